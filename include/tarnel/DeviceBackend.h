@@ -1,0 +1,31 @@
+// Choosing where a module computes: on a CUDA device or on the CPU.
+#pragma once
+
+#include <cstddef>
+
+#include "tarnel/Export.h"
+
+enum class BackendKind : int {
+    Auto = 0,  // a CUDA device when one is present, the CPU otherwise
+    Cpu = 1,
+    Cuda = 2,
+};
+
+struct BackendOptions {
+    BackendKind kind = BackendKind::Auto;
+    // CPU backend: bytes of device memory it may hand out (0: no limit). A
+    // request beyond it fails as a device allocation does ("out of memory").
+    size_t cpuDeviceMemoryCapacity = 0;
+    // CPU backend: measure FFT plans when they are made (slower rebuilds,
+    // faster transforms) instead of estimating them.
+    bool cpuMeasureFftPlans = false;
+};
+
+namespace tarnel {
+
+// True when the CUDA backend is built in and the runtime finds a device.
+TARNEL_API bool isCudaDeviceAvailable();
+// "cpu" or "cuda"; Auto resolves to the backend Auto would pick now.
+TARNEL_API const char* backendName(BackendKind kind);
+
+}  // namespace tarnel

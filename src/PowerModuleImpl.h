@@ -1,0 +1,173 @@
+// The host side of a module: settings, life cycle, sample ingestion, block
+// scheduling, result collection and period values.
+#pragma once
+
+#include <array>
+#include <complex>
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "PowerBuffers.h"
+#include "PowerPeriodQueueItems.h"
+#include "PowerResultsQueueItem.h"
+#include "device/Backend.h"
+#include "tarnel/DipSwellMultiPhaseCalculation.h"
+#include "tarnel/PowerConfig.h"
+#include "tarnel/PowerModule.h"
+#include "tarnel/RvcMultiPhaseCalculation.h"
+
+class PowerModule::PowerModuleImpl {
+  public:
+    PowerModuleImpl(PowerModule& owner, const BackendOptions& options);
+    ~PowerModuleImpl();
+    PowerModuleImpl(const PowerModuleImpl&) = delete;
+    PowerModuleImpl& operator=(const PowerModuleImpl&) = delete;
+
+    // Settings. Setters that change the buffer layout rebuild the module unless
+    // an update is open; the rest only store.
+    PowerConfig& getConfig() { return config; }
+    const PowerConfig& getConfig() const { return config; }
+    template <typename Field, typename Value>
+    void setAndRebuild(Field PowerConfig::*field, Value value) {
+        config.*field = static_cast<Field>(value);
+        lazyInitialize();
+    }
+    void setSampleRate(double sampleRate, int sampleRateDivider);
+    void setBufferLengthAndDuration(unsigned long long length, double duration);
+    void setStaticFrequency(double frequency, double tolerance);
+    void setVariableFrequency(double minFrequency, double maxFrequency);
+    unsigned long long getBufferLength() const { return buffers.getBufferLength(); }
+    unsigned short getPeriodCount() const { return config.periodCount; }
+    PowerGridConfigType getGridConfigType() const { return config.gridConfigType; }
+    PowerGridConfig getGridConfig() const { return config.getGridConfig(); }
+    bool getFullFftEnabled() const { return config.fullFftEnabled && !config.variableFrequency; }
+    bool getAnyPeriodValuesEnabled() const { return config.periodValuesEnabled || config.fundamentalPeriodValuesEnabled; }
+    unsigned long long getFftLength(unsigned long long length, double frequency) const;
+    unsigned char getHarmonicOutputsCount() const;
+    unsigned long long getMaxHarmonicsCount() const;
+    BackendKind getBackendKind() const { return backend->kind(); }
+
+    // Life cycle.
+    void beginUpdate();
+    void endUpdate();
+    void reset(unsigned long long firstSampleIndex);
+    void syncCuda();
+    void deinit();
+
+    // Samples.
+    void copyAddedSamplesToGpu(unsigned int count);
+    void skipSamples(unsigned int count);
+    void getWaveformBufferUInput(unsigned char index, float** buffer) const;
+    void getWaveformBufferUStar(unsigned char index, float** buffer) const;
+    void getWaveformBufferUDelta(unsigned char index, float** buffer) const;
+    void getWaveformBufferI(unsigned char index, float** buffer) const;
+    void getWaveformBufferClarkeU(unsigned char index, float** buffer) const;
+    void getWaveformBufferClarkeI(unsigned char index, float** buffer) const;
+    void getWaveformBufferParkU(unsigned char index, float** buffer) const;
+    void getWaveformBufferParkI(unsigned char index, float** buffer) const;
+    void getWaveformBufferMechAngles(float** buffer) const;
+
+    // Block calculations.
+    void scheduleForCalculation(unsigned long long firstSampleIndex, unsigned int length, double frequency);
+    std::vector<PowerResultsGeneral> getResults(unsigned int maxCount);
+    bool isAnyResultReady();
+    void calculateThd(PowerResultsThd& result, double fundamental, double rms, unsigned short slot,
+                      unsigned long long row);
+    static double rad2deg(double radians);
+
+    // Period values.
+    void scheduleForPeriodCalculation(int count, unsigned long long* firstSamples, int* lengths, double* frequencies,
+                                      bool* valid);
+    void scheduleForPeriodCalculationFromZeroCrossing(const std::vector<ZeroCrossingInterval>& intervals);
+    void getPeriodResults(int* count, bool* more, PowerResultsPeriod** results);
+
+    // Introspection for tests and tools.
+    const PowerBuffers& getBuffers() const { return buffers; }
+    size_t getFftPlansCount() const { return fftPlans.size(); }
+    size_t getQueuedCalculationsCount();
+    unsigned long long getWrittenSampleIndex() const { return writtenSampleIndex; }
+    unsigned long long getScheduledSampleIndex() const { return scheduledSampleIndex; }
+    unsigned long long getProcessedSampleIndex() const { return processedSampleIndex; }
+    unsigned long long getRebuildCount() const { return rebuildCount; }
+    std::shared_ptr<PowerResultsQueueItem> getCurrentQueueItem() const { return currentQueueItem; }
+
+  private:
+    void initialize();
+    void lazyInitialize();
+    void initFftPlans(unsigned long long minFftLength, unsigned long long maxFftLength);
+    void configureDetectors();
+    void requireBuilt(const char* operation) const;
+    std::shared_ptr<PowerResultsQueueItem> getNextQueueItem() const;
+    void getSampleSlot(unsigned short slot, float** buffer) const;
+    void getClarkeParkSlot(unsigned short slot, float** buffer) const;
+
+    // Steps of one block calculation.
+    void validateBlockRequest(unsigned long long firstSampleIndex, unsigned int length, double frequency,
+                              unsigned long long fftLength) const;
+    const double* prepareWindow(int length, CUstream_st* stream);
+    void enqueueWaveformKernels(const PowerResultsQueueItem& item, int start, float fftScale, const double* window);
+    void enqueueSpectralKernels(const PowerResultsQueueItem& item, size_t row);
+    void enqueueBlockCopies(const PowerResultsQueueItem& item, size_t row, unsigned long long start);
+    template <typename Kernel>
+    void launch(const Kernel& kernel, unsigned gridX, unsigned blockX, unsigned blockY, CUstream_st* stream);
+
+    // Steps of result collection.
+    PowerResultsGeneral collectResult(const PowerResultsQueueItem& item);
+    void fillPhase(PowerResultsGeneral& record, const PowerResultsGeneral& sums, const PowerResultsQueueItem& item,
+                   unsigned p, size_t row);
+    void addToTotals(PowerResultsPhase& totals, const PowerResultsPhase& phase, unsigned index, unsigned phases);
+    void completeTotals(PowerResultsPhase& totals);
+    void fillSymmetricalComponents(PowerResultsGeneral& record, size_t row);
+    void fillClarkePark(PowerResultsGeneral& record, size_t row);
+
+    // Steps of period values.
+    void requirePeriodValues(const char* operation) const;
+    void writeReferenceSample(unsigned long long sample, double frequency, double phase, double validity);
+    void advancePeriodItems(unsigned long long lastSample);
+    void addZeroCrossingInterval(const ZeroCrossingInterval& interval);
+    void calculatePeriodValues(unsigned long long first, unsigned long long last, double firstFraction,
+                               double lastFraction, double totalLength, bool valid, PowerResultsPeriod* out);
+    void feedDetectors(unsigned p, double time, PowerResultsPeriod& record);
+    void fillPeriodTotals(PowerResultsPeriod* out, double time, double frequency, bool valid);
+    void fillPeriodSymmetricalComponents(PowerResultsPeriod* out, const std::vector<std::complex<double>>& u,
+                                         const std::vector<std::complex<double>>& i);
+
+    PowerModule& owner;
+    std::shared_ptr<tarnel::Backend> backend;
+    PowerConfig config;
+    PowerBuffers buffers;
+    RvcMultiPhaseCalculation rvcCalculation;
+    RvcMultiPhaseCalculation rvcLineToLineCalculation;
+    DipSwellMultiPhaseCalculation dipSwellCalculation;
+    DipSwellMultiPhaseCalculation dipSwellLineToLineCalculation;
+    unsigned long long periodValueCounter = 0;
+    unsigned long long writtenSampleIndex = 0;
+    unsigned long long scheduledSampleIndex = 0;
+    unsigned long long processedSampleIndex = 0;
+    double previousFrequency = 0.0;
+    double periodPhase = 0.0;
+    double previousValid = 1.0;
+    std::mutex schedulingMutex;
+    std::mutex resultsMutex;
+    std::mutex updateMutex;
+    std::atomic<int> updateCount{0};
+    std::array<CUstream_st*, 3> cudaStreams{};
+    std::vector<std::unique_ptr<tarnel::FftPlan>> fftPlans;
+    std::shared_ptr<PowerResultsQueueItem> currentQueueItem;
+    std::shared_ptr<PowerPeriodStartQueueItem> currentPeriodStart;
+    std::shared_ptr<PowerPeriodResultsQueueItem> currentPeriodItem;
+    std::shared_ptr<PowerPeriodResultsQueueItem2> lastPeriodItem2;
+    std::deque<std::shared_ptr<PowerResultsQueueItem>> resultsQueue;
+    std::deque<std::shared_ptr<PowerPeriodStartQueueItem>> periodStartQueue;
+    std::deque<std::shared_ptr<PowerPeriodResultsQueueItem>> periodResultsQueue;
+    std::deque<std::shared_ptr<PowerPeriodResultsQueueItem2>> periodResultsQueue2;
+    unsigned long long rebuildCount = 0;
+    // The window of the last block length, kept on backends that prefer a table.
+    GpuBuffer<double> windowBuffer;
+    int windowLength = 0;
+    // The oldest sample the period values may still read from the host rings.
+    unsigned long long lastResetSampleIndex = 0;
+};

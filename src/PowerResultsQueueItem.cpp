@@ -1,0 +1,72 @@
+#include "PowerResultsQueueItem.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "tarnel/CudaErrorHandling.h"
+
+PowerResultsQueueItem::PowerResultsQueueItem(std::shared_ptr<tarnel::Backend> backend_, double sampleRate_,
+                                             unsigned long long index_, unsigned long long firstSampleIndex_,
+                                             unsigned int firstFftOutputSampleIndex_,
+                                             unsigned int firstHarmonicSampleIndex_, unsigned char cudaStreamId_,
+                                             CUstream_st* cudaStream_)
+    : backend(std::move(backend_)),
+      sampleRate(sampleRate_),
+      index(index_),
+      firstSampleIndex(firstSampleIndex_),
+      firstFftOutputSampleIndex(firstFftOutputSampleIndex_),
+      firstHarmonicSampleIndex(firstHarmonicSampleIndex_),
+      cudaStreamId(cudaStreamId_),
+      cudaStream(cudaStream_) {
+    try {
+        CUDA_CALL(backend->createEvent(&eventResultsCalculated));
+        CUDA_CALL(backend->createEvent(&eventResultsTransferred));
+        if (index == 0) CUDA_CALL(backend->recordEvent(eventResultsCalculated, cudaStream));
+    } catch (...) {
+        if (eventResultsCalculated != nullptr) backend->destroyEvent(eventResultsCalculated);
+        if (eventResultsTransferred != nullptr) backend->destroyEvent(eventResultsTransferred);
+        throw;
+    }
+}
+
+PowerResultsQueueItem::~PowerResultsQueueItem() {
+    backend->destroyEvent(eventResultsCalculated);
+    backend->destroyEvent(eventResultsTransferred);
+}
+
+void PowerResultsQueueItem::setCalculation(unsigned long long first, unsigned int len, double periodLength,
+                                           unsigned int periodCountSetting, unsigned int n,
+                                           unsigned int fftOutputBufferLength, unsigned int maxHarmonics, double f) {
+    exactPeriodLength = periodLength;
+    firstSampleIndex = first;
+    length = len;
+    const auto periods = static_cast<int32_t>(std::round(len / exactPeriodLength));
+    periodCount = std::min(static_cast<unsigned int>(periods), periodCountSetting);
+    fftInputLength = n;
+    frequency = f;
+    fftOutputLength = n / 2 + 1;
+    if (fftOutputLength + firstFftOutputSampleIndex > fftOutputBufferLength) firstFftOutputSampleIndex = 0;
+    dFrequency = sampleRate / n;
+    const auto nyquistOrder = static_cast<unsigned int>(std::ceil((n / 2) * dFrequency / f)) + 1;
+    harmonicLength = std::min(nyquistOrder, maxHarmonics);
+}
+
+void PowerResultsQueueItem::callEventResultsCalculated(CUstream_st* stream) {
+    std::lock_guard<std::mutex> lock(mutex);
+    CUDA_CALL(backend->recordEvent(eventResultsCalculated, stream));
+}
+
+void PowerResultsQueueItem::callEventResultsTransferred() {
+    std::lock_guard<std::mutex> lock(mutex);
+    CUDA_CALL(backend->recordEvent(eventResultsTransferred, cudaStream));
+    resultsTransferred = true;
+}
+
+bool PowerResultsQueueItem::isResultReady() {
+    bool transferred = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        transferred = resultsTransferred;
+    }
+    return transferred && backend->queryEvent(eventResultsTransferred) == 0;
+}

@@ -1,0 +1,44 @@
+// What every kernel is built from. A kernel is a small struct holding its
+// arguments, with its math in __host__ __device__ member functions, so that
+// the CUDA backend runs it per GPU thread and the CPU backend runs the same
+// code in loops. This header includes nothing from CUDA.
+//
+// Two kinds of kernel exist:
+//  - element kernels: `int extent() const` and `void operator()(int x, int row) const`,
+//    run once for every x in [0, extent) and every channel row of the launch;
+//  - reduction kernels (`static constexpr bool isReduction = true`): `fieldCount`
+//    double sums per row, `void accumulate(KernelSums<fieldCount>&, int x, int row) const`
+//    adds the contribution of index x, and `double* target(int row, int field) const`
+//    names where the row's total of a field is added (null: not wanted).
+// Reductions are staged per backend (warp shuffles, shared memory and atomic
+// adds on the GPU, plain loops on the CPU); the order of additions differs, so
+// sums agree to the last few bits, not bit for bit.
+#pragma once
+
+#include <cmath>
+
+#include "tarnel/VectorTypes.h"
+
+#if defined(__CUDACC__)
+#define TARNEL_HD __host__ __device__ inline
+#else
+#define TARNEL_HD inline
+#endif
+
+namespace tarnel {
+
+template <int N>
+struct KernelSums {
+    double value[N];
+};
+
+// Largest number of channel rows in one launch of a reduction kernel.
+constexpr int kMaxKernelRows = 3;
+
+TARNEL_HD int imin(int a, int b) { return a < b ? a : b; }
+TARNEL_HD int imax(int a, int b) { return a > b ? a : b; }
+
+// Ring position of sample i of a block that starts at ring position `start`.
+TARNEL_HD int ringIndex(int i, int start, int bufferLength) { return (i + start) % bufferLength; }
+
+}  // namespace tarnel
