@@ -62,6 +62,9 @@ void PowerModule::PowerModuleImpl::initialize() {
         if (backend->prefersWindowTable()) windowBuffer.addItems(0, 1, GpuBufferItems::DeviceOnly);
         windowBuffer.resize(buffers.getMaxFftLength());
         windowLength = 0;
+        // The unwritten third slot of each Park group reads as zero.
+        buffers.clarkeParkBuffer.asyncMemsetToZeroOnDevice(buffers.getBufferLength(), cudaStreams[0]);
+        syncCuda();
     }
     configureDetectors();
     rebuildCount += 1;

@@ -110,6 +110,8 @@ class PowerModule::PowerModuleImpl {
     const double* prepareWindow(int length, CUstream_st* stream);
     void enqueueWaveformKernels(const PowerResultsQueueItem& item, int start, float fftScale, const double* window);
     void enqueueSpectralKernels(const PowerResultsQueueItem& item, size_t row);
+    void enqueueTransformWaveforms(const PowerResultsQueueItem& item, int start, size_t row);
+    void enqueueThreePhaseValues(const PowerResultsQueueItem& item, size_t row);
     void enqueueBlockCopies(const PowerResultsQueueItem& item, size_t row, unsigned long long start);
     template <typename Kernel>
     void launch(const Kernel& kernel, unsigned gridX, unsigned blockX, unsigned blockY, CUstream_st* stream);

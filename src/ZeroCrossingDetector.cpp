@@ -258,6 +258,9 @@ private:
     double latestValidFrequency = 0.0;
 };
 
+ZeroCrossingDetector::ZeroCrossingDetector(double sampleRate, double nominalFrequency, uint64_t firstSampleIndex)
+    : ZeroCrossingDetector(sampleRate, nominalFrequency, firstSampleIndex, Settings()) {}
+
 ZeroCrossingDetector::ZeroCrossingDetector(double sampleRate, double nominalFrequency, uint64_t firstSampleIndex,
                                            const Settings& settings)
     : impl(std::make_unique<Impl>(sampleRate, nominalFrequency, firstSampleIndex, settings)) {}

@@ -143,12 +143,13 @@ TEST(DipSwellMultiPhaseCalculationTest, EndingChannelLastInOrderReportsItsOwnSta
 
 TEST(DipSwellMultiPhaseCalculationTest, PolyphaseSwellTakesTheHighestMaximum) {
     DipSwellMultiPhaseCalculation system;
-    system.setNumberOfPhases(2);
+    system.setNumberOfPhases(3);
     system.initialize();
-    feedAll(system, {230, 230}, 1.0);
-    feedAll(system, {260, 270}, 2.0);
+    feedAll(system, {230, 230, 230}, 1.0);
+    // The third channel stays normal, so the total keeps the current time when the swell ends.
+    feedAll(system, {260, 270, 230}, 2.0);
     EXPECT_TRUE(system.getSwellTotalResult().eventStarted);
-    feedAll(system, {230, 230}, 3.0);
+    feedAll(system, {230, 230, 230}, 3.0);
     const SwellResult end = system.getSwellTotalResult();
     EXPECT_TRUE(end.eventEnded);
     EXPECT_DOUBLE_EQ(end.maximumVoltage, 270.0);
@@ -156,7 +157,7 @@ TEST(DipSwellMultiPhaseCalculationTest, PolyphaseSwellTakesTheHighestMaximum) {
     EXPECT_EQ(end.eventCount, 1u);
 
     system.reset();
-    feedAll(system, {230, 230}, 4.0);
+    feedAll(system, {230, 230, 230}, 4.0);
     const SwellResult afterReset = system.getSwellTotalResult();
     EXPECT_TRUE(afterReset.firstValue);
     EXPECT_EQ(afterReset.eventCount, 0u);

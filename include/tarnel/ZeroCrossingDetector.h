@@ -86,8 +86,9 @@ public:
 
     // Throws std::invalid_argument for a sample rate below 10 times the
     // nominal frequency, non-positive rates or inconsistent settings.
-    ZeroCrossingDetector(double sampleRate, double nominalFrequency, uint64_t firstSampleIndex = 0,
-                         const Settings& settings = Settings());
+    ZeroCrossingDetector(double sampleRate, double nominalFrequency, uint64_t firstSampleIndex = 0);
+    ZeroCrossingDetector(double sampleRate, double nominalFrequency, uint64_t firstSampleIndex,
+                         const Settings& settings);
     ~ZeroCrossingDetector();
     ZeroCrossingDetector(ZeroCrossingDetector&&) noexcept;
     ZeroCrossingDetector& operator=(ZeroCrossingDetector&&) noexcept;

@@ -18,7 +18,12 @@ namespace tarnel {
     X(kernelReferenceAngle)          \
     X(kernelHarmonics)               \
     X(kernelPQSZ)                    \
-    X(kernelSumOfHarmonicsSquared)
+    X(kernelSumOfHarmonicsSquared)   \
+    X(kernelSymmetricalComponents)   \
+    X(kernelSymmetricalComponentsH1) \
+    X(kernelWaveformsClarke)         \
+    X(kernelWaveformsPark)           \
+    X(kernelClarkeH1AndParkAve)
 
 #define TARNEL_FORWARD_DECLARE_KERNEL(Kernel) struct Kernel;
 TARNEL_FOR_EACH_KERNEL(TARNEL_FORWARD_DECLARE_KERNEL)

@@ -102,6 +102,61 @@ void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueu
                grid.lineToLineCount, stream);
 }
 
+void PowerModule::PowerModuleImpl::enqueueTransformWaveforms(const PowerResultsQueueItem& item, int start,
+                                                             size_t row) {
+    const int n = static_cast<int>(item.getLength()), ring = static_cast<int>(buffers.getBufferLength());
+    const unsigned g = launchWidth(item.getLength());
+    CUstream_st* stream = item.getCudaStream();
+    auto& samples = buffers.samplesBuffer;
+    auto& transformed = buffers.clarkeParkBuffer;
+    if (config.areClarkeWaveformsRequired()) {
+        const bool voltages = config.areClarkeVoltagesEnabled();
+        const unsigned short first = voltages ? slots::kVoltages : slots::kCurrents;
+        const unsigned rows = (voltages ? 1u : 0u) + (config.areClarkeCurrentsEnabled() ? 1u : 0u);
+        launch(kernelWaveformsClarke{n, start, ring, samples.getDeviceBuffer(first), transformed.getDeviceBuffer(first)},
+               g, 32, rows, stream);
+    }
+    if ((config.areParkVoltagesEnabled() || config.areParkCurrentsEnabled()) && config.mechanicalAngleUsed) {
+        const bool voltages = config.areParkVoltagesEnabled();
+        const unsigned short first = voltages ? slots::kVoltages : slots::kCurrents;
+        const unsigned rows = (voltages ? 1u : 0u) + (config.areParkCurrentsEnabled() ? 1u : 0u);
+        float* park = config.areParkWaveformsRequired() ? transformed.getDeviceBuffer(voltages ? slots::kParkU : slots::kParkI)
+                                                        : nullptr;
+        launch(kernelWaveformsPark{n, start, ring, config.polePairs, config.mechAngleOffset,
+                                   samples.getDeviceBuffer(first), samples.getDeviceBuffer(slots::kMechanicalAngle),
+                                   park, buffers.parkBuffer.getDeviceBufferAt(row, 1, first)},
+               g, 32, rows, stream);
+    }
+}
+
+void PowerModule::PowerModuleImpl::enqueueThreePhaseValues(const PowerResultsQueueItem& item, size_t row) {
+    CUstream_st* stream = item.getCudaStream();
+    const int bins = static_cast<int>(item.getFftOutputLength());
+    const int harmonicsCount = static_cast<int>(item.getHarmonicLength());
+    const unsigned groups = config.currentEnabled ? 2 : 1;
+    const float* magnitudes =
+        buffers.harmonicsBuffer.getDeviceBufferAt(item.getFirstHarmonicSampleIndex(), harmonicsCount, slots::kVoltages);
+    const float* angles =
+        buffers.harmonicsBuffer.getDeviceBufferAt(item.getFirstHarmonicSampleIndex(), harmonicsCount, slots::kAnglesU);
+    if (config.areSymmetricalComponentsEnabled()) {
+        const unsigned width = static_cast<unsigned>(std::min(bins - 1, 256));
+        const float2* spectra =
+            buffers.fftOutputBuffer.getDeviceBufferAt(item.getFirstFftOutputSampleIndex(), bins, slots::kVoltages);
+        launch(kernelSymmetricalComponents{bins, spectra,
+                                           buffers.symmetricalComponentsBuffer.getDeviceBufferAt(row, 1, 0)},
+               (static_cast<unsigned>(bins) - 2 + width) / width, width, groups, stream);
+        launch(kernelSymmetricalComponentsH1{harmonicsCount, magnitudes, angles,
+                                             buffers.symmetricalComponentsH1Buffer.getDeviceBufferAt(row, 1, 0)},
+               1, 1, groups, stream);
+    }
+    const bool parkFromPhasors = config.parkTransformEnabled && !config.mechanicalAngleUsed;
+    if (config.getPhasesCount() == 3 && (config.clarkeTransformEnabled || parkFromPhasors))
+        launch(kernelClarkeH1AndParkAve{harmonicsCount, magnitudes, angles, config.clarkeTransformEnabled,
+                                        parkFromPhasors, buffers.clarkeH1Buffer.getDeviceBufferAt(row, 1, 0),
+                                        buffers.parkBuffer.getDeviceBufferAt(row, 1, 0)},
+               1, 1, groups, stream);
+}
+
 void PowerModule::PowerModuleImpl::enqueueSpectralKernels(const PowerResultsQueueItem& item, size_t row) {
     const PowerGridConfig grid = config.getGridConfig();
     CUstream_st* stream = item.getCudaStream();
@@ -192,6 +247,11 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
     const unsigned long long fftLength =
         std::max<unsigned long long>(getFftLength(length, frequency), buffers.getMinFftLength());
     validateBlockRequest(firstSampleIndex, length, frequency, fftLength);
+    if (config.parkTransformEnabled && config.mechanicalAngleUsed && config.getPhasesCount() == 3 &&
+        buffers.samplesBuffer.getDeviceBuffer(slots::kMechanicalAngle) == nullptr)
+        throw std::logic_error(
+            "scheduleForCalculation: the mechanical angle is used but the module was built without its ring; "
+            "rebuild the module after setMechanicalAngleUsed(true)");
 
     const unsigned long long ring = buffers.getBufferLength();
     const int start = static_cast<int>(firstSampleIndex % ring);
@@ -228,12 +288,14 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
     const auto fftScale = static_cast<float>(kBlackmanRmsReciprocal /
                                              std::sqrt(0.5 * static_cast<double>(length) * static_cast<double>(fftLength)));
     enqueueWaveformKernels(*item, start, fftScale, prepareWindow(static_cast<int>(length), stream));
+    enqueueTransformWaveforms(*item, start, row);
     CUFFT_CALL(fftPlans.at(plan)->execute(
         buffers.fftInputBuffer.getDeviceBufferAt(0, fftLength, slots::kVoltages),
         buffers.fftOutputBuffer.getDeviceBufferAt(item->getFirstFftOutputSampleIndex(), item->getFftOutputLength(),
                                                   slots::kVoltages),
         stream));
     enqueueSpectralKernels(*item, row);
+    enqueueThreePhaseValues(*item, row);
     currentQueueItem->callEventResultsCalculated(stream);
     enqueueBlockCopies(*item, row, firstSampleIndex);
     item->callEventResultsTransferred();

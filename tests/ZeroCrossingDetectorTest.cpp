@@ -1,0 +1,283 @@
+#include "tarnel/ZeroCrossingDetector.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+const double pi = 3.14159265358979323846;
+const double fs = 10000.0;
+const double amplitude = 325.0;
+
+// A test signal defined by its fundamental phase, in cycles, at relative sample n.
+// Rising zero crossings of sin(2 pi cycles(t)) lie where cycles(t) is a whole number.
+struct Waveform {
+    std::function<double(double)> cycles;
+    std::function<double(long k)> crossing;  // closed-form position of the crossing with cycles == k
+};
+
+Waveform constantFrequency(double f, double startCycles = 0.05) {
+    return {[=](double n) { return startCycles + f * n / fs; },
+            [=](long k) { return (static_cast<double>(k) - startCycles) * fs / f; }};
+}
+
+// 49.5 Hz for 1 s, then a linear ramp of 0.5 Hz/s to 50.5 Hz, then 50.5 Hz.
+Waveform frequencyRamp() {
+    const double f0 = 49.5, f1 = 50.5, rate = 0.5, t0 = 1.0, t1 = t0 + (f1 - f0) / rate;
+    const double c0 = 0.05 + f0 * t0;                                   // cycles at t0
+    const double c1 = c0 + f0 * (t1 - t0) + 0.5 * rate * (t1 - t0) * (t1 - t0);  // cycles at t1
+    auto cycles = [=](double n) {
+        const double t = n / fs;
+        if (t < t0) return 0.05 + f0 * t;
+        if (t < t1) return c0 + f0 * (t - t0) + 0.5 * rate * (t - t0) * (t - t0);
+        return c1 + f1 * (t - t1);
+    };
+    auto crossing = [=](long k) {
+        const double c = static_cast<double>(k);
+        if (c < c0) return (c - 0.05) / f0 * fs;
+        if (c < c1) return (t0 + (-f0 + std::sqrt(f0 * f0 + 2.0 * rate * (c - c0))) / rate) * fs;
+        return (t1 + (c - c1) / f1) * fs;
+    };
+    return {cycles, crossing};
+}
+
+struct Distortion {
+    double third = 0.0, fifth = 0.0, interharmonic175 = 0.0, noiseRms = 0.0;  // relative to the fundamental
+};
+
+std::vector<float> render(const Waveform& w, size_t count, const Distortion& d = {}, double scale = 1.0) {
+    std::mt19937_64 rng(7);
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    std::vector<float> x(count);
+    for (size_t n = 0; n < count; ++n) {
+        const double phase = 2.0 * pi * w.cycles(static_cast<double>(n));
+        double v = std::sin(phase) + d.third * std::sin(3.0 * phase + 0.4) + d.fifth * std::sin(5.0 * phase + 1.1) +
+                   d.interharmonic175 * std::sin(2.0 * pi * 175.0 * n / fs + 0.7) +
+                   d.noiseRms / std::sqrt(2.0) * gauss(rng);
+        x[n] = static_cast<float>(scale * amplitude * v);
+    }
+    return x;
+}
+
+std::vector<ZeroCrossingInterval> detect(ZeroCrossingDetector& detector, const std::vector<float>& x,
+                                         size_t chunk = 1000) {
+    for (size_t i = 0; i < x.size(); i += chunk) detector.addSamples(x.data() + i, std::min(chunk, x.size() - i));
+    return detector.takeIntervals();
+}
+
+std::vector<ZeroCrossingInterval> detect(const std::vector<float>& x, uint64_t first = 0, size_t chunk = 1000) {
+    ZeroCrossingDetector detector(fs, 50.0, first);
+    return detect(detector, x, chunk);
+}
+
+double relative(const PreciseFraction& p, uint64_t first) { return static_cast<double>(p.index - first) + p.fraction; }
+
+// Largest distance of the valid interval ends from the true crossings; also
+// checks that the intervals chain up from the first sample.
+double worstError(const std::vector<ZeroCrossingInterval>& intervals, const Waveform& w, size_t* validCount) {
+    double worst = 0.0;
+    *validCount = 0;
+    for (size_t i = 0; i < intervals.size(); ++i) {
+        const ZeroCrossingInterval& z = intervals[i];
+        EXPECT_LT(relative(z.start, 0), relative(z.end, 0));
+        EXPECT_GE(z.end.fraction, 0.0);
+        EXPECT_LT(z.end.fraction, 1.0);
+        if (i == 0) {
+            EXPECT_EQ(z.start.index, 0u);
+        } else {
+            EXPECT_EQ(z.start.index, intervals[i - 1].end.index);
+            EXPECT_EQ(z.start.fraction, intervals[i - 1].end.fraction);
+        }
+        if (!z.valid) continue;
+        ++*validCount;
+        const double end = relative(z.end, 0);
+        const double truth = w.crossing(std::lround(w.cycles(end)));
+        worst = std::max(worst, std::fabs(end - truth));
+        const double length = end - relative(z.start, 0);
+        EXPECT_NEAR(z.frequency, fs / length, 1e-9);
+    }
+    return worst;
+}
+
+}  // namespace
+
+TEST(ZeroCrossingDetector, CleanSinesAtSeveralFrequencies) {
+    for (double f : {42.7, 47.3, 50.0, 53.9, 57.4}) {
+        SCOPED_TRACE(f);
+        const Waveform w = constantFrequency(f);
+        const auto intervals = detect(render(w, 50000));
+        size_t valid = 0;
+        EXPECT_LT(worstError(intervals, w, &valid), 0.01);
+        // 5 s of signal: all but the start-up (filter delay plus a period or two) is valid.
+        EXPECT_GE(valid, static_cast<size_t>(f * 5.0) - 10);
+        for (const auto& z : intervals) {
+            if (z.valid) {
+                EXPECT_NEAR(z.frequency, f, 1e-4);
+            }
+        }
+    }
+}
+
+TEST(ZeroCrossingDetector, HarmonicsInterharmonicAndNoise) {
+    const Waveform w = constantFrequency(50.0);
+    const Distortion d{0.05, 0.03, 0.03, 0.005};
+    const auto intervals = detect(render(w, 100000, d));
+    size_t valid = 0;
+    EXPECT_LT(worstError(intervals, w, &valid), 0.05);
+    EXPECT_GE(valid, 490u);
+}
+
+TEST(ZeroCrossingDetector, FrequencyRampFollowsIntegratedPhase) {
+    const Waveform w = frequencyRamp();
+    const auto intervals = detect(render(w, 50000));
+    size_t valid = 0;
+    EXPECT_LT(worstError(intervals, w, &valid), 0.01);
+    EXPECT_GE(valid, 240u);
+}
+
+TEST(ZeroCrossingDetector, ChunkSizeDoesNotChangeOutput) {
+    const auto x = render(frequencyRamp(), 30000, {0.05, 0.03, 0.03, 0.005});
+    const auto reference = detect(x, 0, 4096);
+    ASSERT_GT(reference.size(), 100u);
+    for (size_t chunk : {1, 7}) {
+        const auto other = detect(x, 0, chunk);
+        ASSERT_EQ(other.size(), reference.size());
+        for (size_t i = 0; i < other.size(); ++i) {
+            EXPECT_EQ(other[i].end.index, reference[i].end.index);
+            EXPECT_EQ(other[i].end.fraction, reference[i].end.fraction);
+            EXPECT_EQ(other[i].frequency, reference[i].frequency);
+            EXPECT_EQ(other[i].valid, reference[i].valid);
+        }
+    }
+}
+
+TEST(ZeroCrossingDetector, LargeStartIndicesGiveTheSameRelativeResults) {
+    const auto x = render(constantFrequency(50.3), 20000, {0.05, 0.03, 0.03, 0.005});
+    const auto reference = detect(x, 0);
+    ASSERT_GT(reference.size(), 50u);
+    const uint64_t two53 = uint64_t{1} << 53;
+    for (uint64_t first : {two53 - 3, two53, ~uint64_t{0} - 1000000 + 1}) {
+        ZeroCrossingDetector detector(fs, 50.0, 12345);
+        detect(detector, render(constantFrequency(45.0), 3000));
+        detector.reset(first);  // a reset detector behaves like a fresh one
+        const auto intervals = detect(detector, x);
+        ASSERT_EQ(intervals.size(), reference.size());
+        for (size_t i = 0; i < intervals.size(); ++i) {
+            EXPECT_EQ(intervals[i].start.index - first, reference[i].start.index);
+            EXPECT_EQ(intervals[i].end.index - first, reference[i].end.index);
+            EXPECT_EQ(intervals[i].end.fraction, reference[i].end.fraction);
+            EXPECT_EQ(intervals[i].frequency, reference[i].frequency);
+            EXPECT_EQ(intervals[i].valid, reference[i].valid);
+        }
+        EXPECT_EQ(detector.nextSampleIndex(), first + x.size());
+    }
+}
+
+TEST(ZeroCrossingDetector, SilenceNoiseAndInterruptionGiveInvalidIntervals) {
+    // Silence: only bridging intervals of one nominal period, none valid.
+    auto intervals = detect(std::vector<float>(20000, 0.0f));
+    EXPECT_GE(intervals.size(), 90u);
+    for (const auto& z : intervals) {
+        EXPECT_FALSE(z.valid);
+        EXPECT_NEAR(z.frequency, 50.0, 1e-9);
+    }
+
+    // Noise alone crosses zero around 50 Hz after band-pass filtering, but
+    // carries too little of its power there.
+    std::mt19937_64 rng(3);
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    std::vector<float> noise(50000);
+    for (float& v : noise) v = static_cast<float>(gauss(rng));
+    intervals = detect(noise);
+    EXPECT_GE(intervals.size(), 200u);
+    for (const auto& z : intervals) EXPECT_FALSE(z.valid);
+
+    // 2 s of signal, 1 s interruption, 2 s of signal.
+    const Waveform w = constantFrequency(50.0);
+    auto x = render(w, 50000);
+    std::fill(x.begin() + 20000, x.begin() + 30000, 0.0f);
+    intervals = detect(x);
+    size_t valid = 0;
+    EXPECT_LT(worstError(intervals, w, &valid), 0.01);  // also checks the chain has no gaps
+    EXPECT_GT(valid, 150u);
+    size_t validInGap = 0, validAfter = 0;
+    for (const auto& z : intervals) {
+        const double start = relative(z.start, 0);
+        if (start > 20000 && start < 30000 && z.valid) ++validInGap;
+        if (start > 33000 && z.valid) ++validAfter;
+    }
+    EXPECT_EQ(validInGap, 0u);
+    EXPECT_GE(validAfter, 80u);
+}
+
+TEST(ZeroCrossingDetector, ValidityFollowsSettings) {
+    // 40 Hz lies outside the default 42.5 .. 57.5 Hz, inside a widened range.
+    const auto x40 = render(constantFrequency(40.0), 30000);
+    for (const auto& z : detect(x40)) EXPECT_FALSE(z.valid);
+    ZeroCrossingDetector::Settings wide;
+    wide.minimumFrequency = 35.0;
+    ZeroCrossingDetector widened(fs, 50.0, 0, wide);
+    size_t valid = 0;
+    EXPECT_LT(worstError(detect(widened, x40), constantFrequency(40.0), &valid), 0.01);
+    EXPECT_GT(valid, 100u);
+
+    // A fundamental below the amplitude limit makes every period invalid.
+    ZeroCrossingDetector::Settings limited;
+    limited.minimumAmplitude = 0.1 * amplitude;
+    ZeroCrossingDetector small(fs, 50.0, 0, limited);
+    for (const auto& z : detect(small, render(constantFrequency(50.0), 30000, {}, 0.08))) EXPECT_FALSE(z.valid);
+    ZeroCrossingDetector large(fs, 50.0, 0, limited);
+    EXPECT_LT(worstError(detect(large, render(constantFrequency(50.0), 30000, {}, 0.12)), constantFrequency(50.0),
+                         &valid),
+              0.01);
+    EXPECT_GT(valid, 100u);
+
+    EXPECT_THROW(ZeroCrossingDetector(400.0, 50.0), std::invalid_argument);
+    EXPECT_THROW(ZeroCrossingDetector(fs, 0.0), std::invalid_argument);
+    ZeroCrossingDetector::Settings reversed;
+    reversed.minimumFrequency = 55.0;
+    reversed.maximumFrequency = 45.0;
+    EXPECT_THROW(ZeroCrossingDetector(fs, 50.0, 0, reversed), std::invalid_argument);
+}
+
+TEST(ZeroCrossingDetector, BlockFrequencies) {
+    const Waveform w = frequencyRamp();
+    const auto x = render(w, 50000, {0.05, 0.03, 0.03, 0.005});
+    ZeroCrossingDetector::Settings s;
+    s.historyLength = 100;
+    ZeroCrossingDetector detector(fs, 50.0, 0, s);
+    EXPECT_EQ(detector.latestFrequency(), 50.0);
+    EXPECT_THROW(detector.frequencyForRange(0, 0), std::invalid_argument);
+
+    // 10-period blocks of nominal length, asked for as soon as the samples are in.
+    const uint64_t block = 2000;
+    size_t checked = 0;
+    for (uint64_t first = 0; first + block <= x.size(); first += block) {
+        detector.addSamples(x.data() + first, block);
+        auto r = detector.frequencyForRange(first, block);
+        EXPECT_EQ(r.status, ZeroCrossingDetector::RangeStatus::Pending);  // filter delay
+        if (first < block) continue;
+        r = detector.frequencyForRange(first - block, block);
+        ASSERT_EQ(r.status, ZeroCrossingDetector::RangeStatus::Ready) << first;
+        const double a = static_cast<double>(first - block);
+        const double truth = (w.cycles(a + block) - w.cycles(a)) * fs / block;
+        if (first - block == 0) {
+            EXPECT_FALSE(r.valid);  // start-up without crossings
+        } else {
+            EXPECT_TRUE(r.valid);
+            EXPECT_NEAR(r.frequency, truth, 2e-4) << first;
+            ++checked;
+        }
+    }
+    EXPECT_EQ(checked, 23u);
+    EXPECT_NEAR(detector.latestFrequency(), 50.5, 1e-3);
+    // 100 periods of history reach back about 2 s.
+    EXPECT_EQ(detector.frequencyForRange(0, block).status, ZeroCrossingDetector::RangeStatus::Expired);
+    EXPECT_EQ(detector.frequencyForRange(x.size() - 3 * block, block).status, ZeroCrossingDetector::RangeStatus::Ready);
+}
