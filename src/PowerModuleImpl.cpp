@@ -24,6 +24,8 @@ PowerModule::PowerModuleImpl::PowerModuleImpl(PowerModule& owner_, const Backend
 }
 
 PowerModule::PowerModuleImpl::~PowerModuleImpl() {
+    // Calculations still in flight use the plans, events and buffers freed below.
+    backend->synchronizeDevice();
     try {
         deinit();
     } catch (const GpuException&) {

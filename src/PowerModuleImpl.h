@@ -127,15 +127,24 @@ class PowerModule::PowerModuleImpl {
 
     // Steps of period values.
     void requirePeriodValues(const char* operation) const;
+    void validatePeriodBlocks(int count, const unsigned long long* firstSamples, const int* lengths,
+                              const double* frequencies, const bool* valid) const;
+    void validateZeroCrossingIntervals(const std::vector<ZeroCrossingInterval>& intervals) const;
+    unsigned long long writeReferenceBlock(unsigned long long firstSample, int length, double frequency, bool valid);
+    void writeReferenceInterval(PreciseFraction start, PreciseFraction end, double frequency, bool valid);
     void writeReferenceSample(unsigned long long sample, double frequency, double phase, double validity);
     void advancePeriodItems(unsigned long long lastSample);
     void addZeroCrossingInterval(const ZeroCrossingInterval& interval);
+    void queueZeroCrossingValue(unsigned short advanceParts);
     void calculatePeriodValues(unsigned long long first, unsigned long long last, double firstFraction,
                                double lastFraction, double totalLength, bool valid, PowerResultsPeriod* out);
     void feedDetectors(unsigned p, double time, PowerResultsPeriod& record);
     void fillPeriodTotals(PowerResultsPeriod* out, double time, double frequency, bool valid);
     void fillPeriodSymmetricalComponents(PowerResultsPeriod* out, const std::vector<std::complex<double>>& u,
                                          const std::vector<std::complex<double>>& i);
+    // Caller sample at which the next period block must start; meaningful once a
+    // block has been scheduled since the last reset.
+    unsigned long long periodBlocksEnd = 0;
 
     PowerModule& owner;
     std::shared_ptr<tarnel::Backend> backend;

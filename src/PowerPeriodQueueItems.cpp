@@ -29,7 +29,9 @@ void PowerPeriodResultsQueueItem::addSampleWithPhaseShift(unsigned long long s, 
     if (!(periodCount > accumulatedPeriods + shift)) {
         lastSampleIndex = s;
         lastSampleFraction = (periodCount - accumulatedPeriods) / shift;
-        totalLength = static_cast<double>(s - firstSampleIndex - 1) + firstSampleFraction + lastSampleFraction;
+        // Whole samples strictly between the first and the last; kept signed so that a value
+        // ending inside its own first sample does not wrap.
+        totalLength = (static_cast<double>(s - firstSampleIndex) - 1.0) + firstSampleFraction + lastSampleFraction;
         lengthCalculated = true;
         accumulatedPeriods = periodCount;
         return;

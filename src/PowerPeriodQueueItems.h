@@ -5,12 +5,14 @@
 #include <cstdint>
 #include <memory>
 
+#include "tarnel/Export.h"
 #include "tarnel/PreciseFraction.h"
 
 // One period boundary found from the caller's zero crossings.
 class PowerPeriodStartQueueItem {
   public:
-    PowerPeriodStartQueueItem(unsigned long long index_, PreciseFraction position) : index(index_), firstSample(position) {}
+    PowerPeriodStartQueueItem(unsigned long long index_, PreciseFraction position)
+        : index(index_), firstSample(position) {}
 
     unsigned long long getItemIndex() const { return index; }
     PreciseFraction getFirstSample() const { return firstSample; }
@@ -60,8 +62,9 @@ class PowerPeriodResultsQueueItem2 {
 };
 
 // One period value measured by accumulating the reference phase sample by
-// sample until it has advanced by the value's length in periods.
-class PowerPeriodResultsQueueItem {
+// sample until it has advanced by the value's length in periods. Exported only
+// so that the library's tests can drive it directly.
+class TARNEL_API PowerPeriodResultsQueueItem {
   public:
     PowerPeriodResultsQueueItem(unsigned long long index, unsigned long long firstSampleIndex,
                                 double firstSampleFraction, double periodCount, double advanceBy);

@@ -14,7 +14,7 @@ void RvcPhaseCalculation::calculate(double value, double time, double dipStartTi
     result.time = time;
     const bool eventInProgress = state == eventState;
     // The reference level is the last steady average; it stays frozen while an event lasts.
-    averageBefore = getAverage();
+    if (!eventInProgress) averageBefore = getAverage();
     addToWindow(value, time);
     const uint32_t newState =
         eventInProgress ? continueEvent(value, dipStartTime, swellStartTime) : startEventIfUnsteady(value, time);

@@ -48,37 +48,42 @@ double cubicCrossing(const double z[4]) {
             hi = t;
         }
         const double slope = (3.0 * c3 * t + 2.0 * c2) * t + c1;
-        double next = slope > 0.0 ? t - value / slope : lo - 1.0;
-        if (!(next > lo && next < hi)) next = 0.5 * (lo + hi);
+        double next = 0.5 * (lo + hi);
+        if (slope > 0.0) {
+            const double newton = t - value / slope;
+            if (newton > lo && newton < hi) next = newton;
+        }
         if (std::fabs(next - t) < 1e-15) return next;
         t = next;
     }
     return t;
 }
 
-ZeroCrossingDetector::Settings completed(ZeroCrossingDetector::Settings s, double sampleRate,
-                                         double nominalFrequency) {
+// Largest relative difference between the filtered fundamental and the
+// signal's in-phase component over a valid period.
+const double maximumInPhaseDeviation = 0.01;
+
+ZeroCrossingDetector::Settings completed(ZeroCrossingDetector::Settings s, double sampleRate, double nominalFrequency) {
     if (!(sampleRate > 0.0) || !(nominalFrequency > 0.0) || !std::isfinite(sampleRate) ||
         !(sampleRate >= 10.0 * nominalFrequency)) {
-        throw std::invalid_argument("zero-crossing detector needs a sample rate of at least 10 times the nominal "
-                                    "frequency");
+        throw std::invalid_argument("zero-crossing detector: sample rate below 10 times the nominal frequency");
     }
     if (s.minimumFrequency == 0.0) s.minimumFrequency = 0.85 * nominalFrequency;
     if (s.maximumFrequency == 0.0) s.maximumFrequency = 1.15 * nominalFrequency;
     if (!(s.minimumFrequency >= 0.5 * nominalFrequency && s.minimumFrequency < nominalFrequency &&
           s.maximumFrequency > nominalFrequency && s.maximumFrequency <= 2.0 * nominalFrequency)) {
-        throw std::invalid_argument("zero-crossing detector frequency range must contain the nominal frequency "
-                                    "and lie within 0.5 to 2 times it");
+        throw std::invalid_argument("zero-crossing detector: frequency range not within 0.5 to 2 times nominal");
     }
     if (!(s.minimumAmplitude >= 0.0) || !(s.minimumFundamentalShare >= 0.0 && s.minimumFundamentalShare <= 1.0) ||
         s.historyLength == 0) {
-        throw std::invalid_argument("zero-crossing detector settings out of range");
+        throw std::invalid_argument("zero-crossing detector: settings out of range");
     }
     return s;
 }
 
-// The flat passband reaches a little beyond the plausible range; the
-// transitions take 0.4 nominal periods' worth of frequency on each side.
+// The flat passband reaches a little beyond the plausible range; each
+// transition band is 0.4 times the nominal frequency wide (narrower only for a
+// minimum frequency close to half the nominal one).
 FundamentalFilter makeFilter(double sampleRate, double nominalFrequency, const ZeroCrossingDetector::Settings& s) {
     const double passLow = 0.97 * s.minimumFrequency;
     const double passHigh = 1.03 * s.maximumFrequency;
@@ -89,7 +94,7 @@ FundamentalFilter makeFilter(double sampleRate, double nominalFrequency, const Z
 }  // namespace
 
 class ZeroCrossingDetector::Impl {
-public:
+  public:
     Impl(double sampleRate, double nominalFrequency, uint64_t firstSampleIndex, const Settings& s)
         : rate(sampleRate),
           nominal(nominalFrequency),
@@ -169,7 +174,7 @@ public:
     double nominalFrequency() const { return nominal; }
     const Settings& settings() const { return config; }
 
-private:
+  private:
     // Position of filtered output k: the filter delays by a whole number of samples.
     PreciseFraction outputPosition(uint64_t k) const {
         return PreciseFraction{firstIndex + filter.delay() + k * filter.decimation(), 0.0};
@@ -187,6 +192,7 @@ private:
         const uint64_t k = filteredCount - 3;
         sumFundamental2 += fundamental[1] * fundamental[1];
         sumWideband2 += wideband[1] * wideband[1];
+        sumProduct += fundamental[1] * wideband[1];
         ++levelCount;
 
         if (fundamental[1] < 0.0 && fundamental[2] >= 0.0) {
@@ -221,15 +227,23 @@ private:
 
     bool isPlausible(double frequency) const {
         if (frequency < config.minimumFrequency || frequency > config.maximumFrequency) return false;
-        if (levelCount == 0) return false;
+        if (!(sumFundamental2 > 0.0)) return false;
         // The passband gain is 1, so the filtered RMS is the fundamental's RMS.
         const double fundamentalRms = std::sqrt(sumFundamental2 / static_cast<double>(levelCount));
         const double signalRms = std::sqrt(sumWideband2 / static_cast<double>(levelCount));
-        return std::sqrt(2.0) * fundamentalRms >= config.minimumAmplitude && signalRms > 0.0 &&
-               fundamentalRms >= config.minimumFundamentalShare * signalRms;
+        // Over a steady period everything but the fundamental is orthogonal to
+        // it, so the signal's component along the filtered fundamental equals
+        // the filtered fundamental. It does not while the filter still rings
+        // after the signal has stopped or changed, or has not caught up yet
+        // after it started: crossings there are displaced.
+        const double inPhaseGain = sumProduct / sumFundamental2;
+        return std::sqrt(2.0) * fundamentalRms >= config.minimumAmplitude &&
+               fundamentalRms >= config.minimumFundamentalShare * signalRms &&
+               std::fabs(inPhaseGain - 1.0) <= maximumInPhaseDeviation;
     }
 
     void clearLevels() {
+        sumProduct = 0.0;
         sumFundamental2 = 0.0;
         sumWideband2 = 0.0;
         levelCount = 0;
@@ -251,6 +265,7 @@ private:
     bool boundaryIsCrossing = false;
     double sumFundamental2 = 0.0;  // levels over the interval in progress
     double sumWideband2 = 0.0;
+    double sumProduct = 0.0;  // filtered times wideband
     uint64_t levelCount = 0;
 
     std::vector<ZeroCrossingInterval> pending;

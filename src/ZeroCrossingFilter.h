@@ -9,7 +9,7 @@
 // length at every frequency. Input samples are kept twice in a buffer of twice
 // the filter length, so that the newest `length` samples are always contiguous.
 class SymmetricFir {
-public:
+  public:
     explicit SymmetricFir(std::vector<double> taps);
 
     // Stores one sample; the filter output over the newest samples is then
@@ -29,7 +29,7 @@ public:
     const std::vector<double>& coefficients() const { return taps; }
     void clear();
 
-private:
+  private:
     std::vector<double> taps;
     std::vector<double> history;
     size_t position;
@@ -41,7 +41,7 @@ private:
 // drifting fundamental's phase unbiased. Output number m (from 0 after a
 // clear) is centred on input sample firstSample + delay() + m * decimation().
 class FundamentalFilter {
-public:
+  public:
     struct Output {
         double fundamental;  // band-passed signal
         double wideband;     // low-passed signal at the same instant, for level comparisons
@@ -49,8 +49,7 @@ public:
 
     // Passes [passLow, passHigh] Hz flat (ripple 1e-4), stops below
     // passLow - transition and above passHigh + transition by 80 dB.
-    FundamentalFilter(double sampleRate, double nominalFrequency, double passLow, double passHigh,
-                      double transition);
+    FundamentalFilter(double sampleRate, double nominalFrequency, double passLow, double passHigh, double transition);
 
     // Feeds one input sample; returns true and fills `out` when it completes an output.
     bool push(float x, Output& out) {
@@ -69,7 +68,7 @@ public:
     // Input samples from the first sample to the centre of the first output.
     uint64_t delay() const { return decimator.delay() + bandPass.delay() * static_cast<uint64_t>(decimationFactor); }
 
-private:
+  private:
     unsigned decimationFactor;
     SymmetricFir decimator;
     SymmetricFir bandPass;

@@ -10,8 +10,10 @@
 namespace {
 
 // Feeds values at times 1, 2, 3, ... the way the module does and returns the detector.
-DipSwellPhaseCalculation feedSequence(const std::vector<double>& values) {
+DipSwellPhaseCalculation feedSequence(const std::vector<double>& values, double reference = 230.0) {
     DipSwellPhaseCalculation detector;
+    detector.setDipSwellReferenceVoltage(reference);
+    detector.reset();
     double time = 1.0;
     for (double value : values) {
         detector.clearResult();
@@ -42,7 +44,6 @@ TEST(DipSwellPhaseCalculationTest, DipWithOneValueInTheHysteresisBand) {
     EXPECT_DOUBLE_EQ(r.time, 0.02);
     EXPECT_DOUBLE_EQ(r.timeBelowThreshold, 0.0);
     EXPECT_EQ(r.eventCount, 1u);
-    EXPECT_DOUBLE_EQ(dip.getDipStartTime(), 0.02);
 
     dip.clearResult();
     EXPECT_FALSE(dip.getDipResult().eventEnded);
@@ -54,40 +55,42 @@ TEST(DipSwellPhaseCalculationTest, LevelsAreStrictToStartAndInclusiveToEnd) {
     EXPECT_EQ(feedSequence({230, 184}).getDipState(), NoEvent);
     EXPECT_EQ(feedSequence({230, 183.9, 188.5}).getDipState(), InEvent);
     EXPECT_TRUE(feedSequence({230, 183.9, 188.6}).getDipResult().eventEnded);
-    EXPECT_EQ(feedSequence({230, 253}).getSwellState(), NoEvent);
-    EXPECT_EQ(feedSequence({230, 253.1, 248.5}).getSwellState(), InEvent);
-    EXPECT_TRUE(feedSequence({230, 253.1, 248.4}).getSwellResult().eventEnded);
+    // With a 1000 V reference the swell levels 1100 V and 1080 V are exact doubles.
+    EXPECT_EQ(feedSequence({1000, 1100}, 1000).getSwellState(), NoEvent);
+    EXPECT_EQ(feedSequence({1000, 1100.1, 1080.1}, 1000).getSwellState(), InEvent);
+    EXPECT_TRUE(feedSequence({1000, 1100.1, 1080}, 1000).getSwellResult().eventEnded);
     // The first value only initialises.
     EXPECT_EQ(feedSequence({100}).getDipState(), NoEvent);
 }
 
 TEST(DipSwellPhaseCalculationTest, TimeBeyondThresholdCountsStretchesUpToTheBand) {
     // Below from 2 to 4, band at 5, below again from 6 to 7, band at 8: 2 + 1 seconds.
-    const DipResult dip = feedSequence({230, 150, 150, 150, 186, 150, 150, 186, 230}).getDipResult();
+    const DipResult dip = feedSequence({230, 150, 140, 150, 186, 150, 150, 186, 230}).getDipResult();
     EXPECT_TRUE(dip.eventEnded);
     EXPECT_DOUBLE_EQ(dip.timeBelowThreshold, 3.0);
     EXPECT_DOUBLE_EQ(dip.duration, 7.0);
-    EXPECT_DOUBLE_EQ(dip.residualVoltage, 150.0);
-    // Jumping straight back past the end level adds nothing.
-    EXPECT_DOUBLE_EQ(feedSequence({230, 150, 150, 230}).getDipResult().timeBelowThreshold, 0.0);
+    EXPECT_DOUBLE_EQ(dip.residualVoltage, 140.0);
+    // Jumping straight back past the end level adds nothing, also not the previous dip's time.
+    const DipResult second = feedSequence({230, 150, 150, 186, 230, 150, 150, 230}).getDipResult();
+    EXPECT_EQ(second.eventCount, 2u);
+    EXPECT_DOUBLE_EQ(second.timeBelowThreshold, 0.0);
 
-    const SwellResult swell = feedSequence({230, 260, 270, 250, 260, 240}).getSwellResult();
+    // Above from 2 to 3, band at 4, above again from 5 to 6, band at 7: 1 + 1 seconds.
+    const SwellResult swell = feedSequence({230, 260, 270, 250, 260, 265, 250, 240}).getSwellResult();
     EXPECT_TRUE(swell.eventEnded);
     EXPECT_DOUBLE_EQ(swell.maximumVoltage, 270.0);
-    EXPECT_DOUBLE_EQ(swell.timeAboveThreshold, 1.0);
-    EXPECT_DOUBLE_EQ(swell.duration, 4.0);
+    EXPECT_DOUBLE_EQ(swell.timeAboveThreshold, 2.0);
+    EXPECT_DOUBLE_EQ(swell.duration, 6.0);
     EXPECT_DOUBLE_EQ(swell.time, 2.0);
 }
 
 TEST(DipSwellPhaseCalculationTest, SettingsTakeEffectOnReset) {
     DipSwellPhaseCalculation detector;
     detector.setDipThreshold(90.0);
-    detector.calculate(230.0, 1.0);
-    detector.calculate(200.0, 2.0);
+    for (double value : {230.0, 200.0}) detector.calculate(value, value);
     EXPECT_EQ(detector.getDipState(), NoEvent);
     detector.reset();
-    detector.calculate(230.0, 3.0);
-    detector.calculate(200.0, 4.0);
+    for (double value : {230.0, 200.0}) detector.calculate(value, value);
     EXPECT_EQ(detector.getDipState(), InEvent);
 }
 
@@ -100,19 +103,29 @@ void feedAll(DipSwellMultiPhaseCalculation& system, const std::vector<double>& v
     }
 }
 
+// Feeds one row of channel values per step at times 1, 2, 3, ... and collects the dip totals.
+std::vector<DipResult> dipTotals(const std::vector<std::vector<double>>& steps) {
+    DipSwellMultiPhaseCalculation system;
+    system.setNumberOfPhases(steps.front().size());
+    system.initialize();
+    std::vector<DipResult> totals;
+    for (size_t i = 0; i < steps.size(); ++i) {
+        feedAll(system, steps[i], i + 1.0);
+        totals.push_back(system.getDipTotalResult());
+    }
+    return totals;
+}
+
 }  // namespace
 
 TEST(DipSwellMultiPhaseCalculationTest, PolyphaseDipRunsFromFirstStartToLastEnd) {
-    DipSwellMultiPhaseCalculation system;
-    system.setNumberOfPhases(3);
-    system.initialize();
-    const std::vector<std::vector<double>> steps = {
-        {230, 230, 230}, {180, 230, 230}, {180, 170, 230}, {230, 170, 230}, {230, 230, 230}};
-    std::vector<DipResult> totals;
-    for (size_t i = 0; i < steps.size(); ++i) {
-        feedAll(system, steps[i], 10.0 * (i + 1));
-        totals.push_back(system.getDipTotalResult());
-    }
+    const std::vector<DipResult> totals = dipTotals({{230, 230, 230},
+                                                     {180, 230, 230},
+                                                     {180, 170, 230},
+                                                     {230, 170, 230},
+                                                     {230, 230, 230},
+                                                     {150, 230, 230},
+                                                     {230, 230, 230}});
     EXPECT_TRUE(totals[0].firstValue);
     EXPECT_TRUE(totals[1].eventStarted);
     EXPECT_FALSE(totals[2].eventStarted);
@@ -120,22 +133,16 @@ TEST(DipSwellMultiPhaseCalculationTest, PolyphaseDipRunsFromFirstStartToLastEnd)
     EXPECT_EQ(totals[3].eventCount, 0u);
     const DipResult& end = totals[4];
     EXPECT_TRUE(end.eventEnded);
-    EXPECT_DOUBLE_EQ(end.duration, 50.0 - 20.0);
+    EXPECT_DOUBLE_EQ(end.duration, 5.0 - 2.0);
     EXPECT_DOUBLE_EQ(end.residualVoltage, 170.0);
     EXPECT_EQ(end.eventCount, 1u);
+    EXPECT_TRUE(totals[5].eventStarted);
+    EXPECT_EQ(totals[6].eventCount, 2u);
+    EXPECT_DOUBLE_EQ(totals[6].residualVoltage, 150.0);
 }
 
 TEST(DipSwellMultiPhaseCalculationTest, EndingChannelLastInOrderReportsItsOwnStartTime) {
-    DipSwellMultiPhaseCalculation system;
-    system.setNumberOfPhases(2);
-    system.initialize();
-    const std::vector<std::vector<double>> steps = {{230, 230}, {180, 230}, {180, 180}, {230, 180}, {230, 230}};
-    for (size_t i = 0; i < steps.size() - 1; ++i) {
-        feedAll(system, steps[i], i + 1.0);
-        system.getDipTotalResult();
-    }
-    feedAll(system, steps.back(), 5.0);
-    const DipResult end = system.getDipTotalResult();
+    const DipResult end = dipTotals({{230, 230}, {180, 230}, {180, 180}, {230, 180}, {230, 230}}).back();
     EXPECT_TRUE(end.eventEnded);
     EXPECT_DOUBLE_EQ(end.time, 3.0);
     EXPECT_DOUBLE_EQ(end.duration, 3.0 - 2.0);

@@ -48,12 +48,10 @@ TEST(RvcPhaseCalculationTest, StepFrom230To236IsReportedAfterAFullSteadyWindow) 
     EXPECT_DOUBLE_EQ(end.duration, 0.0);
 
     rvc.clearResult();
-    const RvcResult& cleared = rvc.getCurrentResult();
-    EXPECT_FALSE(cleared.eventDetected);
-    EXPECT_TRUE(cleared.stateChanged);
-    EXPECT_EQ(cleared.state, 0);
-    EXPECT_EQ(cleared.eventCount, 1u);
-    EXPECT_EQ(cleared.deltaUss, 0.0f);
+    EXPECT_FALSE(end.eventDetected);  // `end` refers to the live result
+    EXPECT_TRUE(end.stateChanged);
+    EXPECT_EQ(end.eventCount, 1u);
+    EXPECT_EQ(end.deltaUss, 0.0f);
 }
 
 TEST(RvcPhaseCalculationTest, ChangesWithinTheBandOrBeforeTheWindowIsFullStartNoEvent) {

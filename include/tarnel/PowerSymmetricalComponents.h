@@ -13,7 +13,7 @@
 // reentrant; the only shared data is the read-only table of powers of the
 // sequence operator a = e^(j120deg), built when the library loads.
 class TARNEL_API PowerSymmetricalComponents {
-public:
+  public:
     PowerSymmetricalComponents() = delete;
 
     // Zero, positive and negative sequence components of v[0], v[1], v[2]

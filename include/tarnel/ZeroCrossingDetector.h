@@ -9,7 +9,7 @@
 #include "tarnel/Export.h"
 #include "tarnel/PreciseFraction.h"
 
-// Finds the rising zero crossings of the FUNDAMENTAL of one voltage channel at
+// Finds the rising zero crossings of the fundamental of one voltage channel at
 // fractional sample positions and turns them into one ZeroCrossingInterval per
 // period. This is the recommended way to obtain the intervals for
 // PowerModule::scheduleForPeriodCalculationFromZeroCrossing and the block
@@ -29,12 +29,23 @@
 //
 // Intervals cover the stream without gaps from the start index on: each
 // interval's start equals the previous interval's end. A period is valid when
-// both ends are real crossings, its frequency lies in [minimumFrequency,
-// maximumFrequency], its fundamental amplitude is at least minimumAmplitude and
-// the fundamental carries at least minimumFundamentalShare of the signal's RMS.
+//  - both ends are crossings found in the signal,
+//  - its frequency lies in [minimumFrequency, maximumFrequency],
+//  - its fundamental's peak amplitude is at least minimumAmplitude,
+//  - the fundamental carries at least minimumFundamentalShare of the signal's
+//    RMS (rejects noise, whose filtered version also crosses zero near the
+//    nominal rate), and
+//  - the filtered fundamental matches the signal's in-phase content within 1 %,
+//    which rejects the periods where the filter still rings after the signal
+//    stopped or has not caught up after it started or stepped.
 // Where no crossing shows up for two nominal periods (start-up while the filter
 // fills, silence, interruptions) the detector inserts boundaries one nominal
 // period apart; intervals that touch such a boundary are invalid.
+//
+// Near an abrupt change the fundamental is not well defined: crossings within
+// about two periods of an amplitude step move by up to a few tenths of a sample
+// before the periods are marked invalid, and a phase jump moves the crossing
+// next to it by a share of the jump, without making its period invalid.
 //
 // Memory is constant: the filter state, the last `historyLength` intervals for
 // frequency queries, and the intervals not yet taken (take them regularly).
@@ -52,7 +63,7 @@
 //         if (f.status == ZeroCrossingDetector::RangeStatus::Ready) { /* use f.frequency, f.valid */ }
 //     }
 class TARNEL_API ZeroCrossingDetector {
-public:
+  public:
     struct Settings {
         // Plausible frequency range in Hz; 0 selects 0.85 and 1.15 times the
         // nominal frequency. The range must lie within 0.5 to 2 times nominal.
@@ -62,7 +73,7 @@ public:
         // valid period (e.g. 10 % of the nominal peak voltage); 0 disables it.
         double minimumAmplitude = 0.0;
         // Smallest ratio of the fundamental's RMS to the RMS of the signal
-        // (content up to about 16 times nominal) for a valid period; rejects
+        // (its content up to at least 16 times nominal) for a valid period; rejects
         // crossings of noise or of a signal that is not a mains voltage.
         double minimumFundamentalShare = 0.5;
         // Intervals kept for frequencyForRange.
@@ -95,7 +106,8 @@ public:
     ZeroCrossingDetector(const ZeroCrossingDetector&) = delete;
     ZeroCrossingDetector& operator=(const ZeroCrossingDetector&) = delete;
 
-    // Forgets everything; the next sample pushed has index firstSampleIndex.
+    // Forgets everything, untaken intervals included; the next sample pushed
+    // has index firstSampleIndex.
     void reset(uint64_t firstSampleIndex);
 
     // Appends `count` consecutive samples.
@@ -113,8 +125,9 @@ public:
 
     // Index of the next sample to push.
     uint64_t nextSampleIndex() const;
-    // Samples between the newest sample pushed and the point up to which all
-    // crossings are known (filter delay plus interpolation look-ahead).
+    // At most this many samples separate the newest sample pushed from the
+    // point up to which all crossings are known (filter delay plus
+    // interpolation look-ahead): about 0.13 s.
     uint64_t latency() const;
 
     double sampleRate() const;
@@ -122,7 +135,7 @@ public:
     // The settings in use, with defaults filled in.
     const Settings& settings() const;
 
-private:
+  private:
     class Impl;
     std::unique_ptr<Impl> impl;
 };

@@ -33,15 +33,27 @@ TARNEL_HD float windowed(float x, double window, float fftScale) {
 // magnitude so that no square overflows or underflows.
 TARNEL_HD float scaledNorm(const float* values, int count) {
     float largest = 0.0f;
-    for (int k = 0; k < count; ++k) largest = fmaxf(largest, fabsf(values[k]));
+    for (int k = 0; k < count; ++k) {
+        const float magnitude = fabsf(values[k]);
+        largest = magnitude > largest ? magnitude : largest;  // fmaxf, NaN skipped alike
+    }
     if (largest == 0.0f) return 0.0f;
     if (isinf(largest)) return largest;
     int exponent = 0;
     frexpf(largest, &exponent);
     float sum = 0.0f;
-    for (int k = 0; k < count; ++k) {
-        const float scaled = ldexpf(values[k], -exponent);
-        sum += scaled * scaled;
+    if (exponent >= -126 && exponent <= 126) {
+        // 2^-exponent is a normal float: the product rounds as ldexpf does.
+        const float scale = ldexpf(1.0f, -exponent);
+        for (int k = 0; k < count; ++k) {
+            const float scaled = values[k] * scale;
+            sum += scaled * scaled;
+        }
+    } else {
+        for (int k = 0; k < count; ++k) {
+            const float scaled = ldexpf(values[k], -exponent);
+            sum += scaled * scaled;
+        }
     }
     return ldexpf(sqrtf(sum), exponent);
 }

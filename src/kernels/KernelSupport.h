@@ -39,6 +39,23 @@ TARNEL_HD int imin(int a, int b) { return a < b ? a : b; }
 TARNEL_HD int imax(int a, int b) { return a > b ? a : b; }
 
 // Ring position of sample i of a block that starts at ring position `start`.
-TARNEL_HD int ringIndex(int i, int start, int bufferLength) { return (i + start) % bufferLength; }
+// Blocks fit the ring (i and start below bufferLength), so one conditional
+// subtraction replaces the division in the common case.
+TARNEL_HD int ringIndex(int i, int start, int bufferLength) {
+    const int k = i + start;
+    if (k < bufferLength) return k;
+    return k < 2 * bufferLength ? k - bufferLength : k % bufferLength;
+}
+
+// a * b + c for the sums of reductions: fused where the target has FMA
+// instructions, a multiply and an add elsewhere (a call to the library's fma
+// per term would cost more than the rest of the step).
+TARNEL_HD double mulAdd(double a, double b, double c) {
+#if defined(__CUDA_ARCH__) || defined(__FMA__)
+    return fma(a, b, c);
+#else
+    return a * b + c;
+#endif
+}
 
 }  // namespace tarnel

@@ -68,9 +68,9 @@ struct kernelRmsUI {
         const double y = i[k];
         s.value[0] += fabs(x);
         s.value[1] += fabs(y);
-        s.value[2] = fma(x, x, s.value[2]);
-        s.value[3] = fma(y, y, s.value[3]);
-        s.value[4] = fma(x, y, s.value[4]);
+        s.value[2] = mulAdd(x, x, s.value[2]);
+        s.value[3] = mulAdd(y, y, s.value[3]);
+        s.value[4] = mulAdd(x, y, s.value[4]);
     }
     TARNEL_HD double* target(int row, int field) const {
         const size_t offsets[5] = {offsetof(PowerResultsPhase, rectifiedMeanU),
@@ -97,17 +97,17 @@ struct kernelFreqRms {
         const double w = (k == 0 || k == n - 1) ? 0.5 : 1.0;
         const float2 uk = spectraU[row * n + k];
         const double a = uk.x, b = uk.y;
-        s.value[0] += w * fma(a, a, b * b);
+        s.value[0] += w * mulAdd(a, a, b * b);
         if (spectraUL != nullptr && row < lineToLineRows) {
             const float2 lk = spectraUL[row * n + k];
             const double e = lk.x, f = lk.y;
-            s.value[2] += w * fma(e, e, f * f);
+            s.value[2] += w * mulAdd(e, e, f * f);
         }
         if (spectraI != nullptr) {
             const float2 ik = spectraI[row * n + k];
             const double c = ik.x, d = ik.y;
-            s.value[1] += w * fma(c, c, d * d);
-            s.value[3] += w * fma(a, c, b * d);
+            s.value[1] += w * mulAdd(c, c, d * d);
+            s.value[3] += w * mulAdd(a, c, b * d);
             s.value[4] += w * (b * c - a * d);
         }
     }

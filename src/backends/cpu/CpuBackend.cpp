@@ -25,8 +25,6 @@ constexpr size_t kAlignment = 64;
 // freeing gives the capacity back.
 constexpr size_t kHeader = kAlignment;
 
-CpuEvent* eventOf(DeviceEvent event) { return reinterpret_cast<CpuEvent*>(event); }
-
 }  // namespace
 
 CpuBackend::CpuBackend(const BackendOptions& options)
@@ -124,39 +122,50 @@ int CpuBackend::destroyStream(DeviceStream stream) {
         cpuStream = std::move(it->second);
         streams.erase(it);
     }
-    // The last reference finishes the work already enqueued, as CUDA does.
+    // Work already enqueued still runs, as with CUDA; it finishes before the
+    // caller goes on to release the memory that work uses.
+    cpuStream->waitIdle();
     return 0;
+}
+
+std::shared_ptr<CpuEvent> CpuBackend::eventOf(DeviceEvent event) {
+    std::lock_guard<std::mutex> lock(eventsMutex);
+    auto it = events.find(reinterpret_cast<CpuEvent*>(event));
+    return it != events.end() ? it->second : nullptr;
 }
 
 int CpuBackend::createEvent(DeviceEvent* event) {
     if (event == nullptr) return kInvalidValue;
-    *event = reinterpret_cast<DeviceEvent>(new CpuEvent());
+    auto cpuEvent = std::make_shared<CpuEvent>();
+    std::lock_guard<std::mutex> lock(eventsMutex);
+    events.emplace(cpuEvent.get(), cpuEvent);
+    *event = reinterpret_cast<DeviceEvent>(cpuEvent.get());
     return 0;
 }
 
 int CpuBackend::destroyEvent(DeviceEvent event) {
-    delete eventOf(event);
-    return 0;
+    std::lock_guard<std::mutex> lock(eventsMutex);
+    return events.erase(reinterpret_cast<CpuEvent*>(event)) != 0 ? 0 : kInvalidResourceHandle;
 }
 
 int CpuBackend::recordEvent(DeviceEvent event, DeviceStream stream) {
-    if (event == nullptr) return kInvalidResourceHandle;
+    auto cpuEvent = eventOf(event);
     auto cpuStream = streamOf(stream);
-    if (cpuStream == nullptr) return kInvalidResourceHandle;
-    CpuEvent* cpuEvent = eventOf(event);
+    if (cpuEvent == nullptr || cpuStream == nullptr) return kInvalidResourceHandle;
     const uint64_t generation = cpuEvent->beginRecord();
     cpuStream->enqueue([cpuEvent, generation] { cpuEvent->complete(generation); });
     return 0;
 }
 
 int CpuBackend::queryEvent(DeviceEvent event) {
-    if (event == nullptr) return kInvalidResourceHandle;
-    return eventOf(event)->isComplete() ? 0 : kNotReady;
+    auto cpuEvent = eventOf(event);
+    if (cpuEvent == nullptr) return kInvalidResourceHandle;
+    return cpuEvent->isComplete() ? 0 : kNotReady;
 }
 
 int CpuBackend::streamWaitEvent(DeviceStream stream, DeviceEvent event) {
-    if (event == nullptr) return kInvalidResourceHandle;
-    CpuEvent* cpuEvent = eventOf(event);
+    auto cpuEvent = eventOf(event);
+    if (cpuEvent == nullptr) return kInvalidResourceHandle;
     const uint64_t generation = cpuEvent->recordedGeneration();
     return enqueue(stream, [cpuEvent, generation] { cpuEvent->waitFor(generation); }) ? 0 : kInvalidResourceHandle;
 }

@@ -14,7 +14,7 @@
 
 namespace tarnel {
 
-class CpuBackend final : public Backend {
+class TARNEL_API CpuBackend final : public Backend {
   public:
     explicit CpuBackend(const BackendOptions& options);
     ~CpuBackend() override;
@@ -61,6 +61,11 @@ class CpuBackend final : public Backend {
     std::atomic<int> lastError{0};
     std::mutex streamsMutex;
     std::map<CpuStream*, std::shared_ptr<CpuStream>> streams;
+    // Events stay alive while work enqueued before their destruction still
+    // refers to them, as CUDA defers the release of an event in use.
+    std::mutex eventsMutex;
+    std::map<CpuEvent*, std::shared_ptr<CpuEvent>> events;
+    std::shared_ptr<CpuEvent> eventOf(DeviceEvent event);
 };
 
 }  // namespace tarnel

@@ -1,0 +1,238 @@
+// Throughput of the block calculation of the reference configuration: three
+// phases with star voltages and three currents, line-to-line results,
+// interharmonics and THD, fs = 51200 Hz, static 50 Hz, 10-period blocks of
+// 10240 samples (FFT length 16384), harmonics up to order 50. Blocks are
+// scheduled continuously and collected whenever one is ready, with a few
+// blocks in flight.
+//
+// Measured in the same run: the batched FFTW transforms such a block needs
+// (9 channels, real-to-complex 16384, FFTW_MEASURE), alone. After the runs
+// the program prints the medians and the ratio block / FFTs alone.
+//
+//   ./tarnel_block_benchmark [google-benchmark flags]
+#include <benchmark/benchmark.h>
+#include <fftw3.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tarnel/DeviceBackend.h"
+#include "tarnel/PowerModule.h"
+
+namespace {
+
+constexpr double kSampleRate = 51200.0;
+constexpr double kFrequency = 50.0;
+constexpr unsigned kBlock = 10240;                    // 10 periods of 50 Hz
+constexpr unsigned long long kRing = 4ull * 51200ull;  // 4 s, a whole number of blocks and periods
+constexpr int kFftLength = 16384;
+constexpr int kChannels = 9;    // 3 voltages, 3 currents, 3 line-to-line voltages
+constexpr int kInFlight = 3;    // blocks scheduled but not yet collected
+constexpr int kRepetitions = 7;
+
+// A module of the reference configuration with its whole sample ring filled
+// once: 200 periods of a distorted three-phase signal, so that every block
+// written later sees a continuous signal.
+class BlockHarness {
+  public:
+    explicit BlockHarness(BackendKind kind) : module(BackendOptions{kind, 0, true}) {
+        module.beginUpdate();
+        module.setGridConfigType(ThreePhaseStarThreeCurrents);
+        module.setLineToLineResultsEnabled(true);
+        module.setInterHarmonicsEnabled(true);
+        module.setThdEnabled(true);
+        module.setSampleRate(kSampleRate, 1);
+        module.setStaticFrequency(kFrequency, 0.1);
+        module.setHighestRequestedHarmonic(50);
+        module.setBufferLength(kRing);
+        module.endUpdate();
+        module.reset(0);
+        for (unsigned char p = 0; p < 3; ++p) {
+            float* u = nullptr;
+            float* i = nullptr;
+            module.getWaveformBufferUInput(p, &u);
+            module.getWaveformBufferI(p, &i);
+            for (unsigned long long n = 0; n < kRing; ++n) {
+                const double a = 2.0 * M_PI * kFrequency * static_cast<double>(n) / kSampleRate - p * 2.0 * M_PI / 3.0;
+                u[n] = static_cast<float>(230.0 * std::sqrt(2.0) * (std::sin(a) + 0.05 * std::sin(3.0 * a)));
+                i[n] = static_cast<float>(10.0 * std::sqrt(2.0) * std::sin(a - M_PI / 6.0));
+            }
+        }
+    }
+
+    // Writes and schedules one block, then collects what is ready; waits
+    // while more than kInFlight blocks are outstanding.
+    void step() {
+        module.writeSamples(kBlock);
+        module.scheduleForCalculation(next, static_cast<int>(kBlock), kFrequency);
+        next += kBlock;
+        ++inFlight;
+        while (inFlight > kInFlight || module.isAnyResultReady()) {
+            if (!module.isAnyResultReady()) {
+                waitBriefly();
+                continue;
+            }
+            collect();
+        }
+    }
+
+    // Collects every outstanding block.
+    void drain() {
+        while (inFlight > 0) {
+            if (module.isAnyResultReady()) {
+                collect();
+            } else {
+                waitBriefly();
+            }
+        }
+    }
+
+    unsigned long long collected() const { return collectedBlocks; }
+
+  private:
+    // Sleeps rather than spins, leaving the cores to the calculation's threads.
+    static void waitBriefly() { std::this_thread::sleep_for(std::chrono::microseconds(20)); }
+
+    void collect() {
+        const std::vector<PowerResultsGeneral> results = module.getResults(0);
+        inFlight -= static_cast<int>(results.size());
+        collectedBlocks += results.size();
+        for (const PowerResultsGeneral& r : results) benchmark::DoNotOptimize(r.phases[0].rmsU);
+    }
+
+    PowerModule module;
+    unsigned long long next = 0;
+    int inFlight = 0;
+    unsigned long long collectedBlocks = 0;
+};
+
+// One harness per backend, kept across the benchmark's runs: the measured
+// plans are made once, and the sample index keeps advancing.
+BlockHarness& harnessFor(BackendKind kind) {
+    static std::map<BackendKind, std::unique_ptr<BlockHarness>> harnesses;
+    auto& h = harnesses[kind];
+    if (h == nullptr) h = std::make_unique<BlockHarness>(kind);
+    return *h;
+}
+
+void setBlockCounters(benchmark::State& state) {
+    const auto blocks = static_cast<double>(state.iterations());
+    state.counters["blocks_per_s"] = benchmark::Counter(blocks, benchmark::Counter::kIsRate);
+    state.counters["realtime_factor"] =
+        benchmark::Counter(blocks * kBlock / kSampleRate, benchmark::Counter::kIsRate);
+}
+
+void runBlocks(benchmark::State& state, BackendKind kind) {
+    BlockHarness& harness = harnessFor(kind);
+    for (auto _ : state) harness.step();
+    harness.drain();
+    setBlockCounters(state);
+}
+
+void BM_BlockCpu(benchmark::State& state) { runBlocks(state, BackendKind::Cpu); }
+
+void BM_BlockCuda(benchmark::State& state) {
+    if (!tarnel::isCudaDeviceAvailable()) {
+        state.SkipWithError("no CUDA device available: CUDA variant skipped");
+        return;
+    }
+    runBlocks(state, BackendKind::Cuda);
+}
+
+// The batched transforms of one block alone, planned as the CPU backend plans
+// them: 9 x real-to-complex 16384, input stride N, output stride N/2+1.
+void BM_FftwAlone(benchmark::State& state) {
+    const int bins = kFftLength / 2 + 1;
+    float* in = fftwf_alloc_real(static_cast<size_t>(kFftLength) * kChannels);
+    fftwf_complex* out = fftwf_alloc_complex(static_cast<size_t>(bins) * kChannels);
+    const int n[1] = {kFftLength};
+    fftwf_plan plan = fftwf_plan_many_dft_r2c(1, n, kChannels, in, nullptr, 1, kFftLength, out, nullptr, 1, bins,
+                                              FFTW_MEASURE);
+    for (int c = 0; c < kChannels; ++c) {
+        for (int k = 0; k < kFftLength; ++k)
+            in[c * kFftLength + k] = k < static_cast<int>(kBlock)
+                                         ? static_cast<float>(std::sin(2.0 * M_PI * kFrequency * k / kSampleRate + c))
+                                         : 0.0f;
+    }
+    for (auto _ : state) {
+        fftwf_execute(plan);
+        benchmark::DoNotOptimize(out[1][0]);
+    }
+    fftwf_destroy_plan(plan);
+    fftwf_free(in);
+    fftwf_free(out);
+    setBlockCounters(state);
+}
+
+BENCHMARK(BM_BlockCpu)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime()
+    ->Repetitions(kRepetitions)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_FftwAlone)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime()
+    ->Repetitions(kRepetitions)
+    ->ReportAggregatesOnly(true);
+
+// Console output as usual, keeping the median real time per iteration of
+// every benchmark for the summary.
+class MedianReporter : public benchmark::ConsoleReporter {
+  public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.error_occurred) continue;
+            if (run.run_type == Run::RT_Aggregate && run.aggregate_name == "median")
+                medianSeconds[run.run_name.function_name] =
+                    run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+            else if (run.run_type == Run::RT_Iteration && run.repetitions <= 1)
+                medianSeconds.emplace(run.run_name.function_name,
+                                      run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit));
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+    std::map<std::string, double> medianSeconds;
+};
+
+void printSummary(const std::map<std::string, double>& medians) {
+    const double blockSeconds = kBlock / kSampleRate;
+    std::printf("\nSummary (medians of %d repetitions):\n", kRepetitions);
+    const auto fft = medians.find("BM_FftwAlone");
+    if (fft != medians.end())
+        std::printf("  FFTW alone (9 x R2C %d, measured plan): %9.1f us per block\n", kFftLength, fft->second * 1e6);
+    for (const char* name : {"BM_BlockCpu", "BM_BlockCuda"}) {
+        const auto it = medians.find(name);
+        if (it == medians.end()) {
+            std::printf("  %-12s not measured (skipped)\n", name);
+            continue;
+        }
+        std::printf("  %-12s %9.1f us per block, %8.1f blocks/s, real-time factor %7.1f", name, it->second * 1e6,
+                    1.0 / it->second, blockSeconds / it->second);
+        if (fft != medians.end()) std::printf(", block / FFTs alone = %.2f (target <= 1.5)", it->second / fft->second);
+        std::printf("\n");
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    // The CUDA variant runs once, to report its skip, when there is no device.
+    const bool cuda = tarnel::isCudaDeviceAvailable();
+    if (!cuda) std::printf("note: no CUDA device available; the CUDA variant is skipped\n");
+    auto* cudaBlocks =
+        benchmark::RegisterBenchmark("BM_BlockCuda", BM_BlockCuda)->Unit(benchmark::kMicrosecond)->UseRealTime();
+    if (cuda) cudaBlocks->Repetitions(kRepetitions)->ReportAggregatesOnly(true);
+    MedianReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    printSummary(reporter.medianSeconds);
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,15 @@
+// Raised by the C interface's getResults when the finished results do not fit
+// the caller's array; the C interface turns it into status 2.
+#pragma once
+
+#include <stdexcept>
+
+#include "tarnel/Export.h"
+
+class TARNEL_API PowerErrorTooManyResults : public virtual std::runtime_error {
+  public:
+    explicit PowerErrorTooManyResults(const char* message) : std::runtime_error(message) {}
+    PowerErrorTooManyResults(const PowerErrorTooManyResults& other) = default;
+    PowerErrorTooManyResults& operator=(const PowerErrorTooManyResults& other) = default;
+    ~PowerErrorTooManyResults() override;
+};

@@ -1,0 +1,164 @@
+// The CPU backend keeps CUDA's stream and event rules: work on one stream runs
+// in order and asynchronously to the caller, events order streams, queries do
+// not block, device synchronisation waits for every stream, and device memory
+// is limited by the configured capacity.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "backends/cpu/CpuBackend.h"
+#include "device/Backend.h"
+
+namespace {
+
+constexpr int kNotReady = 600;
+constexpr int kOutOfMemory = 2;
+
+// A backend of its own, with `capacity` bytes of device memory.
+std::shared_ptr<tarnel::CpuBackend> privateBackend(size_t capacity) {
+    return std::make_shared<tarnel::CpuBackend>(BackendOptions{BackendKind::Cpu, capacity, false});
+}
+
+struct Streams {
+    std::shared_ptr<tarnel::CpuBackend> backend;
+    std::vector<tarnel::DeviceStream> streams;
+    Streams(std::shared_ptr<tarnel::CpuBackend> b, int count) : backend(std::move(b)), streams(count, nullptr) {
+        for (auto& s : streams) EXPECT_EQ(backend->createStream(&s), 0);
+    }
+    ~Streams() {
+        backend->synchronizeDevice();
+        for (auto s : streams) backend->destroyStream(s);
+    }
+};
+
+}  // namespace
+
+// Stream A is held at a gate, then copies; B waits for A's event and copies on;
+// C waits for B's event and copies on. Nothing downstream may run before the
+// gate opens, queries read "not ready" meanwhile, and the data arrives intact.
+TEST(CpuBackendTest, EventsOrderWorkAcrossThreeStreams) {
+    Streams s(privateBackend(1 << 20), 3);
+    tarnel::CpuBackend& backend = *s.backend;
+    const std::vector<int> source{1, 2, 3, 4, 5, 6, 7, 8};
+    std::vector<int> first(8, 0), second(8, 0), third(8, 0);
+    tarnel::DeviceEvent afterA = nullptr, afterB = nullptr;
+    ASSERT_EQ(backend.createEvent(&afterA), 0);
+    ASSERT_EQ(backend.createEvent(&afterB), 0);
+
+    std::promise<void> gate;
+    std::shared_future<void> opened = gate.get_future().share();
+    ASSERT_TRUE(backend.enqueue(s.streams[0], [opened] { opened.wait(); }));
+    const size_t bytes = source.size() * sizeof(int);
+    ASSERT_EQ(backend.copyAsync(first.data(), source.data(), bytes, tarnel::CopyDirection::HostToDevice, s.streams[0]), 0);
+    ASSERT_EQ(backend.recordEvent(afterA, s.streams[0]), 0);
+    ASSERT_EQ(backend.streamWaitEvent(s.streams[1], afterA), 0);
+    ASSERT_EQ(backend.copyAsync(second.data(), first.data(), bytes, tarnel::CopyDirection::DeviceToHost, s.streams[1]), 0);
+    ASSERT_EQ(backend.recordEvent(afterB, s.streams[1]), 0);
+    ASSERT_EQ(backend.streamWaitEvent(s.streams[2], afterB), 0);
+    ASSERT_EQ(backend.copyAsync(third.data(), second.data(), bytes, tarnel::CopyDirection::DeviceToHost, s.streams[2]), 0);
+
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(backend.queryEvent(afterA), kNotReady);
+    EXPECT_EQ(backend.queryEvent(afterB), kNotReady);
+    EXPECT_EQ(second, std::vector<int>(8, 0)) << "stream B ran before A's event";
+    EXPECT_EQ(third, std::vector<int>(8, 0)) << "stream C ran before B's event";
+
+    gate.set_value();
+    ASSERT_EQ(backend.synchronizeDevice(), 0);
+    EXPECT_EQ(backend.queryEvent(afterA), 0);
+    EXPECT_EQ(backend.queryEvent(afterB), 0);
+    EXPECT_EQ(third, source);
+    backend.destroyEvent(afterA);
+    backend.destroyEvent(afterB);
+}
+
+// A wait takes the event's latest record at the time it is enqueued: a later
+// record of the same event does not hold back a wait enqueued before it.
+TEST(CpuBackendTest, WaitUsesTheRecordItWasEnqueuedAfter) {
+    Streams s(privateBackend(1 << 20), 2);
+    tarnel::CpuBackend& backend = *s.backend;
+    tarnel::DeviceEvent event = nullptr;
+    ASSERT_EQ(backend.createEvent(&event), 0);
+    EXPECT_EQ(backend.queryEvent(event), 0) << "an event never recorded reads as complete";
+    ASSERT_EQ(backend.recordEvent(event, s.streams[0]), 0);
+    ASSERT_EQ(backend.synchronizeDevice(), 0);
+    ASSERT_EQ(backend.streamWaitEvent(s.streams[1], event), 0);  // satisfied by the completed record
+
+    std::promise<void> gate;
+    std::shared_future<void> opened = gate.get_future().share();
+    ASSERT_TRUE(backend.enqueue(s.streams[0], [opened] { opened.wait(); }));
+    ASSERT_EQ(backend.recordEvent(event, s.streams[0]), 0);
+    std::promise<void> ran;
+    std::future<void> done = ran.get_future();
+    ASSERT_TRUE(backend.enqueue(s.streams[1], [&ran] { ran.set_value(); }));
+    EXPECT_EQ(done.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_EQ(backend.queryEvent(event), kNotReady);
+    gate.set_value();
+    ASSERT_EQ(backend.synchronizeDevice(), 0);
+    EXPECT_EQ(backend.queryEvent(event), 0);
+    backend.destroyEvent(event);
+}
+
+TEST(CpuBackendTest, DeviceSynchronisationWaitsForEveryStream) {
+    Streams s(privateBackend(1 << 20), 3);
+    std::atomic<int> finished{0};
+    std::promise<void> gate;
+    std::shared_future<void> opened = gate.get_future().share();
+    for (auto stream : s.streams) {
+        ASSERT_TRUE(s.backend->enqueue(stream, [opened] { opened.wait(); }));
+        for (int k = 0; k < 3; ++k) {
+            ASSERT_TRUE(s.backend->enqueue(stream, [&finished] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                finished.fetch_add(1);
+            }));
+        }
+    }
+    EXPECT_EQ(finished.load(), 0) << "enqueueing must not run the work on the caller's thread";
+    gate.set_value();
+    ASSERT_EQ(s.backend->synchronizeDevice(), 0);
+    EXPECT_EQ(finished.load(), 9);
+}
+
+TEST(CpuBackendTest, DeviceMemoryIsLimitedByTheCapacity) {
+    auto backend = privateBackend(1000);
+    void* a = nullptr;
+    void* b = reinterpret_cast<void*>(1);
+    ASSERT_EQ(backend->allocateDevice(&a, 600), 0);
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(backend->allocateDevice(&b, 600), kOutOfMemory);
+    EXPECT_EQ(b, nullptr) << "a failed allocation yields no pointer";
+    void* c = nullptr;
+    ASSERT_EQ(backend->allocateDevice(&c, 400), 0) << "the capacity itself can be used up exactly";
+    ASSERT_EQ(backend->freeDevice(a), 0);
+    ASSERT_EQ(backend->allocateDevice(&b, 600), 0) << "freeing gives the capacity back";
+    EXPECT_EQ(backend->freeDevice(b), 0);
+    EXPECT_EQ(backend->freeDevice(c), 0);
+    EXPECT_NE(backend->freeDevice(c), 0) << "a pointer freed twice is refused";
+}
+
+// memsetAsync and copyAsync run on the stream, not at the call.
+TEST(CpuBackendTest, MemsetAndCopyRunInStreamOrder) {
+    Streams s(privateBackend(1 << 20), 1);
+    tarnel::CpuBackend& backend = *s.backend;
+    void* device = nullptr;
+    ASSERT_EQ(backend.allocateDevice(&device, 16 * sizeof(float)), 0);
+    std::vector<float> host(16, 7.0f), back(16, -1.0f);
+    std::promise<void> gate;
+    std::shared_future<void> opened = gate.get_future().share();
+    ASSERT_TRUE(backend.enqueue(s.streams[0], [opened] { opened.wait(); }));
+    ASSERT_EQ(backend.copyAsync(device, host.data(), 16 * sizeof(float), tarnel::CopyDirection::HostToDevice,
+                                s.streams[0]), 0);
+    ASSERT_EQ(backend.memsetAsync(static_cast<float*>(device) + 4, 0, 8 * sizeof(float), s.streams[0]), 0);
+    ASSERT_EQ(backend.copyAsync(back.data(), device, 16 * sizeof(float), tarnel::CopyDirection::DeviceToHost,
+                                s.streams[0]), 0);
+    EXPECT_EQ(back, std::vector<float>(16, -1.0f));
+    gate.set_value();
+    ASSERT_EQ(backend.synchronizeDevice(), 0);
+    for (int k = 0; k < 16; ++k) EXPECT_EQ(back[k], (k >= 4 && k < 12) ? 0.0f : 7.0f) << k;
+    EXPECT_EQ(backend.freeDevice(device), 0);
+}

@@ -1,0 +1,476 @@
+// The module's settings and life cycle: defaults, updates and rebuilds,
+// refused settings, reset, sample ingestion into the rings, the buffer set's
+// layout, FFT plans, error texts and the grid table.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <unistd.h>
+
+#include "PowerModuleImpl.h"
+#include "TestSignals.h"
+#include "tarnel/CudaErrorHandling.h"
+
+using namespace testsignals;
+
+namespace {
+
+using List = std::vector<unsigned short>;
+
+unsigned long long rebuilds(const PowerModule& m) { return m.implementation()->getRebuildCount(); }
+
+// A small built module: one phase with current, 1000-sample ring at 1 kHz.
+void buildSmall(PowerModule& m, unsigned long long ring = 1000) {
+    ModuleSettings s;
+    s.sampleRate = 1000.0;
+    s.bufferLength = ring;
+    s.highestHarmonic = 1;
+    s.lineToLine = s.interharmonics = s.thd = s.fullFft = false;
+    configure(m, s);
+}
+
+}  // namespace
+
+TEST(ModuleLifecycleTest, NewModuleReportsTheDefaults) {
+    TestModule m(BackendKind::Cpu);
+    EXPECT_EQ(m.getSampleRate(), 1.0);
+    EXPECT_EQ(m.getBufferLength(), 0u);
+    EXPECT_TRUE(m.getCurrentEnabled());
+    for (bool enabled : {m.getLineToLineResultsEnabled(), m.getWaveformsEnabled(), m.getInterHarmonicsEnabled(),
+                         m.getFullFftEnabled(), m.getThdEnabled(), m.getSymmetricalComponentsEnabled(),
+                         m.getPeriodValuesEnabled(), m.getFundamentalPeriodValuesEnabled(), m.getRvcEnabled(),
+                         m.getDipSwellEnabled(), m.getClarkeTransformEnabled(), m.getParkTransformEnabled(),
+                         m.getClarkeOrParkVoltagesEnabled(), m.getClarkeOrParkCurrentsEnabled(),
+                         m.getClarkeOrParkWaveformsEnabled(), m.getMechanicalAngleUsed()})
+        EXPECT_FALSE(enabled);
+    EXPECT_EQ(m.getHighestRequestedHarmonic(), 1);
+    EXPECT_EQ(m.getThdHighestHarmonic(), 40);
+    EXPECT_EQ(m.getRvcSteadyStateLength(), 100);
+    EXPECT_EQ(m.getRvcThreshold(), 2.0);
+    EXPECT_EQ(m.getRvcThresholdHysteresis(), 50.0);
+    EXPECT_EQ(m.getDipThreshold(), 85.0);
+    EXPECT_EQ(m.getSwellThreshold(), 110.0);
+    EXPECT_EQ(m.getDipHysteresis(), 2.0);
+    EXPECT_EQ(m.getSwellHysteresis(), 2.0);
+    EXPECT_EQ(m.getHalfPeriodValuesCount(), 2);
+    EXPECT_EQ(m.getPeriodValuesOverlapInPercent(), 0);
+    EXPECT_EQ(m.getPolePairs(), 0);
+    EXPECT_EQ(m.getMechAngleOffset(), 0.0);
+    EXPECT_EQ(m.getPhasesCount(), 1);
+    EXPECT_EQ(m.getVoltagesCount(), 1);
+    EXPECT_EQ(m.getCurrentsCount(), 1);
+    const PowerConfig& c = m.implementation()->getConfig();
+    EXPECT_FALSE(c.variableFrequency);
+    EXPECT_EQ(c.minFrequency, 45.0);
+    EXPECT_EQ(c.maxFrequency, 55.00000000000001);  // (1 + 0.1) × 50 in double
+    EXPECT_EQ(c.periodCount, 10);
+    // Nothing is built before the first rebuild.
+    EXPECT_EQ(rebuilds(m), 0u);
+    float* u = nullptr;
+    m.getWaveformBufferUInput(0, &u);
+    EXPECT_EQ(u, nullptr);
+}
+
+TEST(ModuleLifecycleTest, FrequencyRangeSetters) {
+    TestModule m(BackendKind::Cpu);
+    const PowerConfig& c = m.implementation()->getConfig();
+    m.setVariableFrequency(45.0, 65.0);
+    EXPECT_TRUE(c.variableFrequency);
+    EXPECT_EQ(c.minFrequency, 45.0);
+    EXPECT_EQ(c.maxFrequency, 65.0);
+    m.setFullFftEnabled(true);
+    EXPECT_FALSE(m.getFullFftEnabled()) << "no full spectra with variable frequency";
+    const std::array<std::array<double, 4>, 4> cases = {{{60.0, 0.05, 57.0, 63.0},
+                                                         {50.0, 1.0, 25.0, 75.0},  // tolerance limited to 0.5
+                                                         {50.0, 0.7, 25.0, 75.0},
+                                                         {50.0, 0.0001, 49.95, 50.05}}};  // at least 0.001
+    for (const auto& k : cases) {
+        m.setStaticFrequency(k[0], k[1]);
+        EXPECT_FALSE(c.variableFrequency);
+        EXPECT_DOUBLE_EQ(c.minFrequency, k[2]) << k[0] << " " << k[1];
+        EXPECT_DOUBLE_EQ(c.maxFrequency, k[3]) << k[0] << " " << k[1];
+    }
+    EXPECT_TRUE(m.getFullFftEnabled());
+    m.setSymmetricalComponentsEnabled(true);
+    EXPECT_FALSE(m.getSymmetricalComponentsEnabled()) << "one phase";
+    m.setGridConfigType(ThreePhaseStarThreeCurrents);
+    EXPECT_TRUE(m.getSymmetricalComponentsEnabled());
+}
+
+TEST(ModuleLifecycleTest, UpdatesRebuildOnceWhenTheLastOneCloses) {
+    TestModule m(BackendKind::Cpu);
+    m.beginUpdate();
+    m.setSampleRate(6400.0, 1);
+    m.setGridConfigType(ThreePhaseStarThreeCurrents);
+    m.setBufferLength(6400);
+    m.setThdEnabled(true);
+    EXPECT_EQ(rebuilds(m), 0u);
+    m.endUpdate();
+    EXPECT_EQ(rebuilds(m), 1u);
+
+    m.beginUpdate();
+    m.beginUpdate();
+    m.setHighestRequestedHarmonic(7);
+    m.endUpdate();
+    EXPECT_EQ(rebuilds(m), 1u) << "one update is still open";
+    m.endUpdate();
+    EXPECT_EQ(rebuilds(m), 2u);
+    EXPECT_EQ(m.implementation()->getBuffers().getRequiredHarmonicsCount(), 41u);
+
+    m.setHalfPeriodValuesCount(1);
+    m.setPeriodValuesOverlapInPercent(50);
+    m.setPolePairs(2);
+    m.setMechAngleOffset(10.0);
+    m.setMechanicalAngleUsed(true);
+    EXPECT_EQ(rebuilds(m), 2u) << "settings read where they are used do not rebuild";
+    m.setInterHarmonicsEnabled(true);
+    EXPECT_EQ(rebuilds(m), 3u);
+    m.setSampleRate(12800.0, 1);
+    EXPECT_EQ(rebuilds(m), 5u) << "the rate, then the buffer duration that follows it";
+    EXPECT_EQ(m.getBufferLength(), 6400u);
+    EXPECT_DOUBLE_EQ(m.implementation()->getBuffers().getBufferDuration(), 0.5);
+
+    EXPECT_THROW(m.endUpdate(), std::logic_error);
+    EXPECT_EQ(rebuilds(m), 5u);
+    m.setThdEnabled(false);
+    EXPECT_EQ(rebuilds(m), 6u) << "an unmatched endUpdate must not leave the module in an update";
+}
+
+// Setting one setting at a time rebuilds after each; any order reaches the same module.
+TEST(ModuleLifecycleTest, SettingsOneAtATimeInAnyOrder) {
+    std::vector<std::function<void(PowerModule&)>> setters = {
+        [](PowerModule& m) { m.setGridConfigType(ThreePhaseStarThreeCurrents); },
+        [](PowerModule& m) { m.setSampleRate(6400.0, 1); },
+        [](PowerModule& m) { m.setBufferLength(1280); },
+        [](PowerModule& m) { m.setStaticFrequency(50.0, 0.1); }};
+    std::array<int, 4> order = {0, 1, 2, 3};
+    do {
+        SCOPED_TRACE(std::to_string(order[0]) + std::to_string(order[1]) + std::to_string(order[2]) +
+                     std::to_string(order[3]));
+        TestModule m(BackendKind::Cpu);
+        for (int k : order) setters[k](m);
+        const PowerBuffers& b = m.implementation()->getBuffers();
+        EXPECT_DOUBLE_EQ(b.getBufferDuration(), 0.2);
+        EXPECT_EQ(b.getGeneralResultsBufferLength(), 2u);
+        EXPECT_EQ(b.getMaxFftLength(), 2048u);
+        EXPECT_EQ(b.samplesBuffer.getHostItemsList(), (List{0, 1, 2, 3, 4, 5}));
+        m.reset(0);
+        writeMeasured(m, MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
+                                         balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
+                      0, 1280, 50.0);
+        m.scheduleForCalculation(0, 1280, 50.0);
+        m.sync();
+        const auto results = m.getResults(0);
+        ASSERT_EQ(results.size(), 1u);
+        EXPECT_NEAR(results[0].phases[2].fundamentalU, 100.0 / std::sqrt(2.0), 1e-3);
+    } while (std::next_permutation(order.begin(), order.end()));
+}
+
+// Settings that can never give a working module are refused at the rebuild;
+// the module keeps the buffers of its last good rebuild.
+TEST(ModuleLifecycleTest, UnbuildableSettingsAreRefusedAndTheBuffersKept) {
+    TestModule m(BackendKind::Cpu);
+    buildSmall(m);
+    float* before = nullptr;
+    m.getWaveformBufferUInput(0, &before);
+    ASSERT_NE(before, nullptr);
+    const std::vector<std::pair<std::function<void()>, std::function<void()>>> cases = {
+        {[&] { m.setSampleRate(0.0, 1); }, [&] { m.setSampleRate(1000.0, 1); }},
+        {[&] { m.setSampleRate(1000.0, 0); }, [&] { m.setSampleRate(1000.0, 1); }},
+        {[&] { m.setVariableFrequency(60.0, 40.0); }, [&] { m.setStaticFrequency(50.0, 0.1); }},
+        {[&] { m.setPeriodCount(0); }, [&] { m.setPeriodCount(10); }}};
+    for (size_t k = 0; k < cases.size(); ++k) {
+        const unsigned long long built = rebuilds(m);
+        EXPECT_THROW(cases[k].first(), std::invalid_argument) << "case " << k;
+        EXPECT_EQ(rebuilds(m), built) << "case " << k;
+        float* after = nullptr;
+        m.getWaveformBufferUInput(0, &after);
+        EXPECT_EQ(after, before) << "case " << k;
+        EXPECT_EQ(m.getBufferLength(), 1000u) << "case " << k;
+        EXPECT_NO_THROW(cases[k].second()) << "case " << k;
+        EXPECT_GT(rebuilds(m), built) << "case " << k;
+    }
+}
+
+TEST(ModuleLifecycleTest, ResetStartsAMeasurementAndRebuildsKeepTheQueue) {
+    TestModule m(BackendKind::Cpu);
+    buildSmall(m);
+    PowerModule::PowerModuleImpl& impl = *m.implementation();
+    for (int repeat = 0; repeat < 2; ++repeat) {
+        m.reset(1000);
+        EXPECT_EQ(impl.getQueuedCalculationsCount(), 1u);
+        const auto item = impl.getCurrentQueueItem();
+        ASSERT_NE(item, nullptr);
+        EXPECT_EQ(item->getIndex(), 0u);
+        EXPECT_EQ(item->getFirstSampleIndex(), 1000u);
+        EXPECT_EQ(item->getCudaStreamId(), 0);
+        EXPECT_EQ(impl.getWrittenSampleIndex(), 1000u);
+        EXPECT_EQ(impl.getScheduledSampleIndex(), 1000u);
+        EXPECT_EQ(impl.getProcessedSampleIndex(), 1000u);
+        EXPECT_FALSE(m.isAnyResultReady());
+    }
+    writeMeasured(m, MeasuredSignals{{Waveform{{{1, 1.0, 0.0}}}}, {Waveform{{{1, 1.0, 0.0}}}}}, 1000, 400, 50.0);
+    m.scheduleForCalculation(1000, 200, 50.0);
+    const auto current = impl.getCurrentQueueItem();
+    EXPECT_EQ(current->getCudaStreamId(), 1);
+    EXPECT_EQ(current->getFirstSampleIndex(), 1200u);
+    m.setThdEnabled(false);  // a rebuild in the middle of a measurement
+    EXPECT_EQ(impl.getQueuedCalculationsCount(), 2u);
+    EXPECT_EQ(impl.getCurrentQueueItem(), current);
+    m.sync();
+    const auto results = m.getResults(0);
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0].firstSampleIndex, 1000u);
+    m.reset(0);
+    EXPECT_EQ(impl.getQueuedCalculationsCount(), 1u);
+}
+
+// A module may be destroyed while its calculations are still running: the work
+// in flight must neither outlive the plans and events it uses nor crash.
+TEST(ModuleLifecycleDeathTest, DestroyingAModuleWithCalculationsInFlight) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    auto destroyBusyModules = [] {
+        alarm(60);  // a hang fails the test instead of stalling the suite
+        for (int repeat = 0; repeat < 5; ++repeat) {
+            PowerModule m(BackendKind::Cpu);
+            ModuleSettings s;
+            s.grid = ThreePhaseStarThreeCurrents;
+            configure(m, s);
+            m.reset(0);
+            writeMeasured(m, MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
+                                             balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
+                          0, 3840, 50.0);
+            for (unsigned k = 0; k < 3; ++k) m.scheduleForCalculation(k * 1280, 1280, 50.0);
+        }
+        std::exit(0);
+    };
+    EXPECT_EXIT(destroyBusyModules(), ::testing::ExitedWithCode(0), "");
+}
+
+// writeSamples copies exactly the new stretch of every uploaded slot, in two
+// pieces when it crosses the end of the ring.
+TEST(ModuleLifecycleTest, WriteSamplesCopiesTheNewStretchAcrossTheRingEnd) {
+    TestModule m(BackendKind::Cpu);
+    buildSmall(m, 1000);
+    m.reset(0);
+    const GpuBuffer<float>& samples = m.implementation()->getBuffers().samplesBuffer;
+    float* u = nullptr;
+    float* i = nullptr;
+    m.getWaveformBufferUInput(0, &u);
+    m.getWaveformBufferI(0, &i);
+    ASSERT_NE(u, nullptr);
+    ASSERT_NE(i, nullptr);
+    std::fill(u, u + 1000, -1.0f);
+    std::fill(i, i + 1000, -2.0f);
+    m.writeSamples(950);
+    m.sync();
+    for (uint64_t s = 950; s < 1050; ++s) {
+        u[s % 1000] = static_cast<float>(s);
+        i[s % 1000] = static_cast<float>(-static_cast<double>(s));
+    }
+    m.writeSamples(100);
+    EXPECT_EQ(m.implementation()->getWrittenSampleIndex(), 1050u);
+    m.sync();
+    const float* du = samples.getDeviceBuffer(0);
+    const float* di = samples.getDeviceBuffer(3);
+    for (int k = 0; k < 1000; ++k) {
+        const bool fresh = k < 50 || k >= 950;
+        const double sample = k < 50 ? k + 1000 : k;
+        ASSERT_EQ(du[k], fresh ? static_cast<float>(sample) : -1.0f) << k;
+        ASSERT_EQ(di[k], fresh ? static_cast<float>(-sample) : -2.0f) << k;
+    }
+    m.writeSamples(0);
+    EXPECT_EQ(m.implementation()->getWrittenSampleIndex(), 1050u);
+    EXPECT_THROW(m.writeSamples(1001), std::invalid_argument);
+    EXPECT_EQ(m.implementation()->getWrittenSampleIndex(), 1050u);
+}
+
+TEST(ModuleLifecycleTest, SkipSamplesMovesTheMarksWithoutCopying) {
+    TestModule m(BackendKind::Cpu);
+    buildSmall(m, 2000);
+    m.reset(0);
+    float* u = nullptr;
+    m.getWaveformBufferUInput(0, &u);
+    std::fill(u, u + 2000, 0.0f);
+    m.writeSamples(2000);
+    m.reset(0);  // synchronises: the device ring now holds zeros
+    std::fill(u, u + 2000, 3.0f);
+    m.skipSamples(500);
+    m.sync();
+    const float* device = m.implementation()->getBuffers().samplesBuffer.getDeviceBuffer(0);
+    EXPECT_EQ(std::count(device, device + 2000, 0.0f), 2000) << "skipping copies nothing";
+    const auto& impl = *m.implementation();
+    EXPECT_EQ(impl.getWrittenSampleIndex(), 500u);
+    EXPECT_EQ(impl.getScheduledSampleIndex(), 500u);
+    EXPECT_EQ(impl.getProcessedSampleIndex(), 500u);
+    EXPECT_EQ(impl.getCurrentQueueItem()->getFirstSampleIndex(), 500u);
+    writeMeasured(m, MeasuredSignals{{Waveform{{{1, 2.0, 0.0}}}}, {Waveform{{{1, 1.0, 0.0}}}}}, 500, 200, 50.0);
+    m.scheduleForCalculation(500, 200, 50.0);
+    m.sync();
+    const auto results = m.getResults(0);
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0].firstSampleIndex, 500u);
+    EXPECT_NEAR(results[0].phases[0].rmsU, std::sqrt(2.0), 1e-5);
+}
+
+TEST(ModuleLifecycleTest, WaveformGettersResolveSlotsOrNull) {
+    TestModule m(BackendKind::Cpu);
+    ModuleSettings s;
+    s.currents = false;
+    s.lineToLine = false;
+    configure(m, s);
+    auto get = [&](void (PowerModule::*getter)(unsigned char, float**) const, unsigned char index) {
+        float* p = reinterpret_cast<float*>(1);
+        (m.*getter)(index, &p);
+        return p;
+    };
+    EXPECT_NE(get(&PowerModule::getWaveformBufferUInput, 0), nullptr);
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 0), get(&PowerModule::getWaveformBufferUStar, 0));
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 1), nullptr) << "one phase";
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 3), nullptr) << "beyond the slots";
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 255), nullptr);
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferI, 0), nullptr) << "currents disabled";
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUDelta, 0), nullptr);
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferClarkeU, 0), nullptr);
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferParkI, 0), nullptr);
+    float* angles = reinterpret_cast<float*>(1);
+    m.getWaveformBufferMechAngles(&angles);
+    EXPECT_EQ(angles, nullptr);
+
+    m.setGridConfigType(ThreePhaseDeltaThreeCurrents);
+    const GpuBuffer<float>& samples = m.implementation()->getBuffers().samplesBuffer;
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 0), samples.getHostBuffer(6));
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 2), get(&PowerModule::getWaveformBufferUDelta, 2));
+    EXPECT_NE(get(&PowerModule::getWaveformBufferUInput, 2), nullptr);
+    EXPECT_EQ(get(&PowerModule::getWaveformBufferUStar, 0), nullptr) << "derived, and waveforms are off";
+    m.setWaveformsEnabled(true);
+    EXPECT_NE(get(&PowerModule::getWaveformBufferUStar, 0), nullptr);
+}
+
+TEST(ModuleLifecycleTest, BufferSetLayout) {
+    TestModule m(BackendKind::Cpu);
+    ModuleSettings s;
+    s.grid = ThreePhaseStarThreeCurrents;
+    s.sampleRate = 6400.0;
+    s.bufferLength = 6400;  // one second
+    s.highestHarmonic = 1;
+    s.lineToLine = s.interharmonics = s.thd = s.fullFft = false;
+    configure(m, s);
+    const PowerBuffers& b = m.implementation()->getBuffers();
+    const GpuBufferItems& items = b.samplesBuffer.getItems();
+    EXPECT_EQ(items.getDeviceItemsList(), (List{0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(items.getHostItemsList(), (List{0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(items.getHost2DeviceItems(), (List{0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(b.getGeneralResultsBufferLength(), 6u) << "ceil(1 s × 55 Hz / 10 periods)";
+    EXPECT_EQ(b.harmonicsBuffer.getLength(), 6u * 2u);
+    EXPECT_EQ(b.fftOutputBuffer.getLength(), 2048u / 2 + 1);
+    EXPECT_EQ(b.periodResultsBuffer.getHostItemsCount(), 0u) << "no period values, no period buffers";
+    EXPECT_EQ(b.periodReferenceBuffer.getHostBuffer(0), nullptr);
+
+    m.beginUpdate();
+    m.setGridConfigType(ThreePhaseTwoDeltaVoltagesTwoCurrents);
+    m.setCurrentEnabled(false);
+    m.endUpdate();
+    EXPECT_EQ(items.getDeviceItemsList(), (List{0, 1, 2, 6, 7, 8}));
+    EXPECT_EQ(items.getHostItemsList(), (List{6, 7}));
+    EXPECT_EQ(items.getHost2DeviceItems(), (List{6, 7}));
+    EXPECT_TRUE(items.getDevice2HostItems().empty());
+    float* input = nullptr;
+    m.getWaveformBufferUInput(1, &input);
+    EXPECT_EQ(input, b.samplesBuffer.getHostBuffer(7));
+
+    m.beginUpdate();
+    m.setSampleRate(32000.0, 1);
+    m.setBufferLength(100000);
+    m.setFullFftEnabled(true);
+    m.endUpdate();
+    EXPECT_EQ(b.getMaxFftLength(), 8192u);
+    EXPECT_EQ(b.fftOutputBuffer.getLength(), 104097u);
+}
+
+TEST(ModuleLifecycleTest, OnePlanPerFftLength) {
+    TestModule m(BackendKind::Cpu);
+    ModuleSettings s;
+    configure(m, s);
+    EXPECT_EQ(m.implementation()->getFftPlansCount(), 1u);
+    m.setSampleRate(48000.0, 1);
+    m.setVariableFrequency(45.0, 65.0);
+    EXPECT_EQ(m.implementation()->getFftPlansCount(), 2u) << "8192 and 16384";
+    m.setVariableFrequency(40.0, 400.0);
+    EXPECT_EQ(m.implementation()->getFftPlansCount(), 4u) << "2048 … 16384";
+}
+
+TEST(ErrorTextTest, FftFailuresNameTheCheckAndTheirText) {
+    EXPECT_NO_THROW(CUFFT_CALL(0));
+    auto messageOf = [](int code) {
+        try {
+            CUFFT_CALL(code);
+        } catch (const GpuException& e) {
+            return std::string(e.what());
+        }
+        return std::string("no exception");
+    };
+    const std::string head = "CUFFT error in file 'include/tarnel/CudaErrorHandling";
+    const std::string m6 = messageOf(6);
+    EXPECT_EQ(m6.compare(0, head.size(), head), 0) << m6;
+    const size_t place = m6.find("; error ");
+    ASSERT_NE(place, std::string::npos) << m6;
+    EXPECT_EQ(m6.substr(place), "; error 6: cufft exec failed");
+    for (int code : {12, 42, -1}) {
+        const std::string text = messageOf(code);
+        EXPECT_EQ(text.substr(0, place), m6.substr(0, place)) << "every FFT failure names the same place";
+        EXPECT_EQ(text.substr(place), "; error " + std::to_string(code) + ": <unknown>");
+    }
+    EXPECT_STREQ(GpuException("x").what(), "x");
+    EXPECT_STREQ(GpuException().what(), "");
+    const GpuException copy(GpuException(std::string("copied")));
+    EXPECT_STREQ(copy.what(), "copied");
+}
+
+TEST(GridTableTest, EveryTypeHasItsRowAndUnknownTypesActAsOnePhase) {
+    struct Row {
+        int phases, voltages, currents, lineToLine;
+        bool delta, missingCurrent;
+    };
+    const Row rows[8] = {{1, 1, 1, 0, false, false}, {3, 3, 3, 3, false, false}, {3, 3, 2, 3, false, true},
+                         {3, 3, 3, 3, true, false},  {3, 3, 2, 3, true, true},   {2, 2, 2, 1, false, false},
+                         {3, 2, 2, 3, true, true},   {1, 1, 1, 0, false, false}};
+    auto expectRow = [](const PowerGridConfig& g, const Row& r, int type) {
+        SCOPED_TRACE("type " + std::to_string(type));
+        EXPECT_EQ(g.phasesCount, r.phases);
+        EXPECT_EQ(g.voltagesCount, r.voltages);
+        EXPECT_EQ(g.currentsCount, r.currents);
+        EXPECT_EQ(g.lineToLineCount, r.lineToLine);
+        EXPECT_EQ(g.deltaVoltages, r.delta);
+        EXPECT_EQ(g.starVoltages, !r.delta);
+        EXPECT_EQ(g.missingCurrent, r.missingCurrent);
+    };
+    for (int type = 0; type < 8; ++type) {
+        const PowerGridConfig g = PowerGridConfig::forType(static_cast<PowerGridConfigType>(type));
+        EXPECT_EQ(g.type, type);
+        expectRow(g, rows[type], type);
+    }
+    for (int type : {8, -1, 1000}) {
+        const PowerGridConfig g = PowerGridConfig::forType(static_cast<PowerGridConfigType>(type));
+        expectRow(g, rows[0], type);
+        PowerConfig c;
+        c.gridConfigType = static_cast<PowerGridConfigType>(type);
+        EXPECT_EQ(c.getPhasesCount(), 1);
+        EXPECT_EQ(c.getCurrentsCount(), 1);
+    }
+    EXPECT_EQ(PowerGridConfig::forType(static_cast<PowerGridConfigType>(8)).type, 0) << "unknown types are not stored";
+
+    TestModule m(BackendKind::Cpu);
+    m.setGridConfigType(ThreePhaseTwoDeltaVoltagesTwoCurrents);
+    EXPECT_EQ(m.getPhasesCount(), 3);
+    EXPECT_EQ(m.getVoltagesCount(), 2);
+    EXPECT_EQ(m.getCurrentsCount(), 2);
+    m.setCurrentEnabled(false);
+    EXPECT_EQ(m.getCurrentsCount(), 0);
+}

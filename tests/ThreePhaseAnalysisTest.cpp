@@ -1,0 +1,427 @@
+// Symmetrical components and Clarke/Park transforms of block calculations,
+// checked against sequence decompositions and transforms computed here from
+// the phasors of closed-form sine signals.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <complex>
+#include <functional>
+#include <stdexcept>
+#include <vector>
+
+#include "tarnel/PowerModule.h"
+
+namespace {
+
+using Complex = std::complex<double>;
+using Phasors = std::array<Complex, 3>;
+
+constexpr double kPi = 3.141592653589793;
+constexpr double kSampleRate = 10240.0;
+constexpr unsigned kRing = 20480;
+constexpr unsigned kBlock = 2048;  // exactly ten periods of 50 Hz
+constexpr double kOmega = 2 * kPi * 50.0 / kSampleRate;
+
+// RMS magnitude and angle in degrees.
+Complex polar(double rms, double degrees) { return std::polar(rms, degrees * kPi / 180.0); }
+
+// Sequence operator a = e^(j120deg).
+const Complex kA = polar(1.0, 120.0);
+
+// Zero, positive and negative sequence of three phasors.
+Phasors fortescue(const Phasors& v) {
+    return {(v[0] + v[1] + v[2]) / 3.0, (v[0] + kA * v[1] + kA * kA * v[2]) / 3.0,
+            (v[0] + kA * kA * v[1] + kA * v[2]) / 3.0};
+}
+
+// Phase phasors of the given zero, positive and negative sequence parts.
+Phasors fromSequences(Complex zero, Complex positive, Complex negative) {
+    return {zero + positive + negative, zero + kA * kA * positive + kA * negative,
+            zero + kA * positive + kA * kA * negative};
+}
+
+Phasors balanced(double rms, double degrees) {
+    return {polar(rms, degrees), polar(rms, degrees - 120.0), polar(rms, degrees + 120.0)};
+}
+
+// The module measures all angles from the fundamental of the first voltage.
+Phasors relativeTo(const Phasors& v, Complex reference) {
+    const Complex turn = std::polar(1.0, -std::arg(reference));
+    return {v[0] * turn, v[1] * turn, v[2] * turn};
+}
+
+// Sample k of the sine whose phasor is p (RMS, angle at k = 0).
+float sineSample(Complex p, unsigned k) {
+    return static_cast<float>(std::sqrt(2.0) * std::abs(p) * std::sin(kOmega * k + std::arg(p)));
+}
+
+struct Module {
+    PowerModule module{BackendKind::Cpu};
+
+    explicit Module(PowerGridConfigType grid, const std::function<void(PowerModule&)>& configure = {}) {
+        module.beginUpdate();
+        module.setGridConfigType(grid);
+        module.setSampleRate(kSampleRate, 1);
+        module.setBufferLength(kRing);
+        module.setStaticFrequency(50.0, 0.1);
+        if (configure) configure(module);
+        module.endUpdate();
+        module.reset(0);
+    }
+
+    void write(const Phasors& u, const Phasors& i, unsigned phases = 3) const {
+        for (unsigned char p = 0; p < phases; ++p) {
+            float* ur = nullptr;
+            float* ir = nullptr;
+            module.getWaveformBufferUInput(p, &ur);
+            module.getWaveformBufferI(p, &ir);
+            for (unsigned k = 0; k < kBlock; ++k) {
+                ur[k] = sineSample(u[p], k);
+                ir[k] = sineSample(i[p], k);
+            }
+        }
+    }
+
+    void writeMechanicalAngle(const std::function<double(unsigned)>& angle) const {
+        float* m = nullptr;
+        module.getWaveformBufferMechAngles(&m);
+        ASSERT_NE(m, nullptr);
+        for (unsigned k = 0; k < kBlock; ++k) m[k] = static_cast<float>(angle(k));
+    }
+
+    PowerResultsGeneral calculate() {
+        module.writeSamples(kBlock);
+        module.scheduleForCalculation(0, kBlock, 50.0);
+        module.sync();
+        std::vector<PowerResultsGeneral> results = module.getResults(0);
+        EXPECT_EQ(results.size(), 1u);
+        return results.empty() ? PowerResultsGeneral{} : results[0];
+    }
+
+    const float* clarkeU(unsigned char slot) const {
+        float* b = nullptr;
+        module.getWaveformBufferClarkeU(slot, &b);
+        return b;
+    }
+    const float* parkU(unsigned char slot) const {
+        float* b = nullptr;
+        module.getWaveformBufferParkU(slot, &b);
+        return b;
+    }
+    const float* parkI(unsigned char slot) const {
+        float* b = nullptr;
+        module.getWaveformBufferParkI(slot, &b);
+        return b;
+    }
+};
+
+void enableSymmetricalComponents(PowerModule& m) { m.setSymmetricalComponentsEnabled(true); }
+
+Complex value(const ComplexDouble& c) { return {c.x, c.y}; }
+
+void expectPhasor(const ComplexDouble& actual, Complex expected, double tolerance, const char* what) {
+    EXPECT_NEAR(actual.x, expected.real(), tolerance) << what;
+    EXPECT_NEAR(actual.y, expected.imag(), tolerance) << what;
+}
+
+// Clarke alpha, beta, zero of three phasors, and the Park values derived from them.
+Phasors clarkeOf(const Phasors& v) {
+    return {(2.0 * v[0] - v[1] - v[2]) / 3.0, (v[1] - v[2]) / std::sqrt(3.0), (v[0] + v[1] + v[2]) / 3.0};
+}
+std::array<double, 3> parkOf(const Phasors& c) {
+    return {(c[0].imag() + c[1].real()) / std::sqrt(2.0), (c[1].imag() - c[0].real()) / std::sqrt(2.0),
+            (c[2].real() + c[2].imag()) / std::sqrt(2.0)};
+}
+
+}  // namespace
+
+// A pure positive, negative or zero sequence set lands in its own component only.
+TEST(ThreePhaseSymmetricalComponentsTest, PureSequenceSetsFillOnlyTheirComponent) {
+    struct Case {
+        const char* name;
+        Phasors voltages;
+        int component;
+    };
+    const Case cases[] = {
+        {"positive", balanced(230.0, 0.0), 1},
+        {"negative", {polar(230.0, 0.0), polar(230.0, 120.0), polar(230.0, -120.0)}, 2},
+        {"zero", {polar(230.0, 0.0), polar(230.0, 0.0), polar(230.0, 0.0)}, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Module m(ThreePhaseStarThreeCurrents, enableSymmetricalComponents);
+        m.write(c.voltages, balanced(10.0, -30.0));
+        const PowerResultsGeneral r = m.calculate();
+        for (int k = 0; k < 3; ++k) {
+            const PowerResultsSymmetricalComponent& s = r.symmetricalComponents[k];
+            if (k == c.component) {
+                // Phase L1 is the angle reference, so the only component is 230 + 0j.
+                expectPhasor(s.voltage, Complex(230.0, 0.0), 0.05, "voltage");
+                EXPECT_NEAR(s.voltageMagnitude, 230.0, 0.05);
+                EXPECT_NEAR(s.lineToLineVoltageMagnitude, 230.0 * std::sqrt(3.0), 0.1);
+                // A pure fundamental has all of its spectral energy in the fundamental.
+                EXPECT_NEAR(s.voltageAllBins, s.voltageMagnitude, 1e-3 * s.voltageMagnitude);
+            } else {
+                EXPECT_LT(s.voltageMagnitude, 0.01) << "component " << k;
+                // The window's leakage from the negative frequency mirrors the
+                // sequence, so the wide-band sums keep about 1e-4 of it.
+                EXPECT_LT(s.voltageAllBins, 1e-3 * 230.0) << "component " << k;
+            }
+        }
+        if (c.component == 1) {
+            EXPECT_DOUBLE_EQ(r.symmetricalComponents[1].voltageRatio, 100.0);
+            EXPECT_DOUBLE_EQ(r.symmetricalComponents[1].voltageAllBinsRatio, 100.0);
+            EXPECT_LT(r.symmetricalComponents[0].voltageRatio, 1e-3);
+            EXPECT_LT(r.symmetricalComponents[2].voltageRatio, 1e-3);
+        }
+    }
+}
+
+// Phase L2 at 90 %: unbalance ratios as the Fortescue decomposition predicts.
+TEST(ThreePhaseSymmetricalComponentsTest, UnbalanceRatiosOfReducedPhase) {
+    Phasors v = balanced(230.0, 0.0);
+    v[1] *= 0.9;
+    const Phasors s = fortescue(v);
+    const double u2 = 100.0 * std::abs(s[2]) / std::abs(s[1]);
+    const double u0 = 100.0 * std::abs(s[0]) / std::abs(s[1]);
+    ASSERT_GT(u2, 3.0);  // the case is far from trivial: about 3.45 %
+
+    Module m(ThreePhaseStarThreeCurrents, enableSymmetricalComponents);
+    m.write(v, balanced(10.0, 0.0));
+    const PowerResultsGeneral r = m.calculate();
+    EXPECT_NEAR(r.symmetricalComponents[2].voltageRatio, u2, 0.01);
+    EXPECT_NEAR(r.symmetricalComponents[0].voltageRatio, u0, 0.01);
+    EXPECT_DOUBLE_EQ(r.symmetricalComponents[1].voltageRatio, 100.0);
+    // The wide-band ratios agree for a pure fundamental.
+    EXPECT_NEAR(r.symmetricalComponents[2].voltageAllBinsRatio, u2, 0.01);
+    EXPECT_NEAR(r.symmetricalComponents[0].voltageAllBinsRatio, u0, 0.01);
+    for (int k = 0; k < 3; ++k)
+        EXPECT_NEAR(r.symmetricalComponents[k].voltageMagnitude, std::abs(s[k]), 1e-4 * 230.0) << k;
+}
+
+// Voltages and currents with all three sequences: per-sequence powers 3 V I*.
+TEST(ThreePhaseSymmetricalComponentsTest, SequencePowersAndCurrents) {
+    const Phasors vSeq = {polar(5.0, 40.0), polar(230.0, 0.0), polar(20.0, 10.0)};
+    const Phasors iSeq = {polar(1.0, 20.0), polar(10.0, -30.0), polar(3.0, -50.0)};
+    const Phasors v = fromSequences(vSeq[0], vSeq[1], vSeq[2]);
+    const Phasors i = fromSequences(iSeq[0], iSeq[1], iSeq[2]);
+
+    Module m(ThreePhaseStarThreeCurrents, enableSymmetricalComponents);
+    m.write(v, i);
+    const PowerResultsGeneral r = m.calculate();
+
+    // The module's phasors are turned so that phase L1's voltage lies at 0 degrees.
+    const Phasors vExpected = fortescue(relativeTo(v, v[0]));
+    const Phasors iExpected = fortescue(relativeTo(i, v[0]));
+    for (int k = 0; k < 3; ++k) {
+        SCOPED_TRACE(k);
+        const PowerResultsSymmetricalComponent& s = r.symmetricalComponents[k];
+        const Complex power = 3.0 * vSeq[k] * std::conj(iSeq[k]);
+        const double tolerance = 2e-4 * std::abs(3.0 * 230.0 * 10.0);
+        expectPhasor(s.voltage, vExpected[k], 0.02, "voltage");
+        expectPhasor(s.current, iExpected[k], 2e-3, "current");
+        EXPECT_NEAR(s.currentMagnitude, std::abs(iSeq[k]), 2e-3);
+        EXPECT_NEAR(s.activePower, power.real(), tolerance);
+        EXPECT_NEAR(s.reactivePower, power.imag(), tolerance);
+        EXPECT_NEAR(s.apparentPower, std::abs(power), tolerance);
+        EXPECT_NEAR(s.powerFactor, std::cos(std::arg(vSeq[k]) - std::arg(iSeq[k])), 1e-4);
+        EXPECT_NEAR(s.activeCurrent, power.real() / (3.0 * std::abs(vSeq[k])), 2e-3);
+        EXPECT_NEAR(s.reactiveCurrent, power.imag() / (3.0 * std::abs(vSeq[k])), 2e-3);
+        EXPECT_NEAR(s.currentRatio, 100.0 * std::abs(iSeq[k]) / std::abs(iSeq[1]), 0.02);
+        EXPECT_NEAR(s.currentAllBins, std::abs(iSeq[k]), 2e-3);
+    }
+}
+
+// Clarke of the fundamental phasors and of the samples of a balanced set.
+TEST(ThreePhaseClarkeParkTest, ClarkeOfBalancedSetPhasorsAndWaveforms) {
+    const Phasors v = balanced(230.0, 0.0);
+    const Phasors i = balanced(10.0, -30.0);
+    Module m(ThreePhaseStarThreeCurrents, [](PowerModule& p) {
+        p.setClarkeTransformEnabled(true);
+        p.setClarkeOrParkVoltagesEnabled(true);
+        p.setClarkeOrParkCurrentsEnabled(true);
+        p.setClarkeOrParkWaveformsEnabled(true);
+    });
+    m.write(v, i);
+    const PowerResultsGeneral r = m.calculate();
+
+    const Phasors clarkeU = clarkeOf(v);
+    const Phasors clarkeI = clarkeOf(i);
+    // For a balanced set alpha is the L1 phasor and beta lags it by 90 degrees.
+    ASSERT_NEAR(std::abs(clarkeU[0] - v[0]), 0.0, 1e-9);
+    ASSERT_NEAR(std::abs(clarkeU[1] - Complex(0.0, -230.0)), 0.0, 1e-9);
+    for (int k = 0; k < 3; ++k) {
+        SCOPED_TRACE(k);
+        expectPhasor(r.clarkeU[k], clarkeU[k], 0.05, "clarkeU");
+        expectPhasor(r.clarkeI[k], clarkeI[k], 2e-3, "clarkeI");
+        EXPECT_EQ(r.parkU[k], 0.0);  // Park is off
+    }
+
+    float* u[3];
+    for (unsigned char p = 0; p < 3; ++p) m.module.getWaveformBufferUInput(p, &u[p]);
+    const float* alpha = m.clarkeU(0);
+    const float* beta = m.clarkeU(1);
+    const float* zero = m.clarkeU(2);
+    ASSERT_TRUE(alpha != nullptr && beta != nullptr && zero != nullptr);
+    float* alphaI = nullptr;
+    m.module.getWaveformBufferClarkeI(0, &alphaI);
+    float* i0 = nullptr;
+    m.module.getWaveformBufferI(0, &i0);
+    ASSERT_TRUE(alphaI != nullptr && i0 != nullptr);
+    int mismatches = 0;
+    for (unsigned k = 0; k < kBlock; ++k) {
+        const double b = (static_cast<double>(u[1][k]) - u[2][k]) / std::sqrt(3.0);
+        if (std::fabs(alpha[k] - u[0][k]) > 1e-3 || std::fabs(beta[k] - b) > 1e-3 || std::fabs(zero[k]) > 1e-3 ||
+            std::fabs(alphaI[k] - i0[k]) > 1e-5)
+            ++mismatches;
+    }
+    EXPECT_EQ(mismatches, 0);
+    // beta is the L1 wave delayed by a quarter period: -sqrt(2) 230 cos(wt).
+    EXPECT_NEAR(beta[0], -230.0 * std::sqrt(2.0), 1e-3);
+}
+
+// Without a mechanical angle the Park values come from the Clarke phasors.
+TEST(ThreePhaseClarkeParkTest, ParkFromPhasorsWithoutMechanicalAngle) {
+    struct Case {
+        const char* name;
+        Phasors voltages;
+    };
+    const Case cases[] = {
+        {"positive sequence", balanced(230.0, 0.0)},
+        {"negative sequence", {polar(230.0, 0.0), polar(230.0, 120.0), polar(230.0, -120.0)}},
+        {"unbalanced", {polar(230.0, 0.0), polar(200.0, -115.0), polar(240.0, 125.0)}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Module m(ThreePhaseStarThreeCurrents, [](PowerModule& p) {
+            p.setParkTransformEnabled(true);
+            p.setClarkeOrParkVoltagesEnabled(true);
+        });
+        m.write(c.voltages, balanced(10.0, 0.0));
+        const PowerResultsGeneral r = m.calculate();
+        const std::array<double, 3> expected = parkOf(clarkeOf(c.voltages));
+        for (int k = 0; k < 3; ++k) {
+            EXPECT_NEAR(r.parkU[k], expected[k], 0.05) << k;
+            EXPECT_EQ(r.clarkeU[k].x, 0.0);  // Clarke is off
+        }
+    }
+    // The set whose phasor-derived Park values all vanish.
+    const std::array<double, 3> zero = parkOf(clarkeOf({polar(230.0, 0.0), polar(230.0, 120.0), polar(230.0, -120.0)}));
+    for (double z : zero) EXPECT_NEAR(z, 0.0, 1e-12);
+}
+
+// A measured angle turning with the voltages freezes them into constant d, q.
+TEST(ThreePhaseClarkeParkTest, ParkWithSynchronousMechanicalAngle) {
+    struct Case {
+        const char* name;
+        int polePairs;
+        double offsetDegrees;
+        std::function<double(unsigned)> angle;
+        bool voltages;
+    };
+    // Both give the electrical angle theta = wt - 90 degrees, for which the
+    // sine set of phasor A e^(j psi) has d + jq = sqrt(2) A e^(j psi).
+    const Case cases[] = {
+        {"one pole pair", 1, 0.0, [](unsigned k) { return std::remainder(kOmega * k - kPi / 2, 2 * kPi); }, true},
+        {"two pole pairs and offset", 2, 90.0, [](unsigned k) { return std::remainder(kOmega * k, 4 * kPi) / 2; },
+         true},
+        {"currents only", 1, 0.0, [](unsigned k) { return std::remainder(kOmega * k - kPi / 2, 2 * kPi); }, false},
+    };
+    const Phasors v = balanced(230.0, 0.0);
+    const Phasors i = balanced(10.0, -30.0);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Module m(ThreePhaseStarThreeCurrents, [&](PowerModule& p) {
+            p.setMechanicalAngleUsed(true);
+            p.setParkTransformEnabled(true);
+            p.setClarkeOrParkVoltagesEnabled(c.voltages);
+            p.setClarkeOrParkCurrentsEnabled(true);
+            p.setClarkeOrParkWaveformsEnabled(true);
+            p.setPolePairs(c.polePairs);
+            p.setMechAngleOffset(c.offsetDegrees);
+        });
+        m.write(v, i);
+        m.writeMechanicalAngle(c.angle);
+        const PowerResultsGeneral r = m.calculate();
+
+        const double dU = 230.0 * std::sqrt(2.0);
+        const Complex dqI = std::sqrt(2.0) * i[0];
+        EXPECT_NEAR(r.parkI[0], dqI.real(), 1e-4);
+        EXPECT_NEAR(r.parkI[1], dqI.imag(), 1e-4);
+        EXPECT_EQ(r.parkI[2], 0.0);
+        if (!c.voltages) {
+            // The current means keep their own slots; the voltage slots stay empty.
+            for (double p : r.parkU) EXPECT_EQ(p, 0.0);
+            continue;
+        }
+        EXPECT_NEAR(r.parkU[0], dU, 2e-3);
+        EXPECT_NEAR(r.parkU[1], 0.0, 2e-3);
+        EXPECT_EQ(r.parkU[2], 0.0);
+
+        const float* d = m.parkU(0);
+        const float* q = m.parkU(1);
+        const float* third = m.parkU(2);
+        const float* dI = m.parkI(0);
+        ASSERT_TRUE(d != nullptr && q != nullptr && third != nullptr && dI != nullptr);
+        double dSum = 0.0, qSum = 0.0;
+        int outliers = 0;
+        for (unsigned k = 0; k < kBlock; ++k) {
+            dSum += d[k];
+            qSum += q[k];
+            if (std::fabs(d[k] - dU) > 5e-3 || std::fabs(q[k]) > 5e-3 || third[k] != 0.0f ||
+                std::fabs(dI[k] - dqI.real()) > 5e-4)
+                ++outliers;
+        }
+        EXPECT_EQ(outliers, 0);
+        // The block means are the means of the sample-by-sample values.
+        EXPECT_NEAR(r.parkU[0], dSum / kBlock, 1e-4);
+        EXPECT_NEAR(r.parkU[1], qSum / kBlock, 1e-4);
+    }
+}
+
+// Clarke and Park settings need three phases; a single phase yields none.
+TEST(ThreePhaseClarkeParkTest, SinglePhaseGridYieldsNoTransforms) {
+    Module m(SinglePhase, [](PowerModule& p) {
+        p.setMechanicalAngleUsed(true);
+        p.setClarkeTransformEnabled(true);
+        p.setParkTransformEnabled(true);
+        p.setClarkeOrParkVoltagesEnabled(true);
+        p.setClarkeOrParkCurrentsEnabled(true);
+        p.setClarkeOrParkWaveformsEnabled(true);
+        p.setSymmetricalComponentsEnabled(true);
+    });
+    m.write(balanced(230.0, 0.0), balanced(10.0, 0.0), 1);
+    PowerResultsGeneral r{};
+    ASSERT_NO_THROW(r = m.calculate());
+    EXPECT_NEAR(r.phases[0].rmsU, 230.0, 1e-2);  // the block itself was computed
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_EQ(value(r.clarkeU[k]), Complex(0.0, 0.0));
+        EXPECT_EQ(value(r.clarkeI[k]), Complex(0.0, 0.0));
+        EXPECT_EQ(r.parkU[k], 0.0);
+        EXPECT_EQ(r.parkI[k], 0.0);
+        EXPECT_EQ(r.symmetricalComponents[k].voltageMagnitude, 0.0);
+    }
+}
+
+// Turning the mechanical angle on without a rebuild leaves no ring for it.
+TEST(ThreePhaseClarkeParkTest, MechanicalAngleWithoutItsRingIsRefused) {
+    Module m(ThreePhaseStarThreeCurrents, [](PowerModule& p) {
+        p.setParkTransformEnabled(true);
+        p.setClarkeOrParkVoltagesEnabled(true);
+    });
+    m.write(balanced(230.0, 0.0), balanced(10.0, 0.0));
+    m.module.writeSamples(kBlock);
+    m.module.setMechanicalAngleUsed(true);
+    m.module.setPolePairs(1);
+    EXPECT_THROW(m.module.scheduleForCalculation(0, kBlock, 50.0), std::logic_error);
+
+    // A rebuild adds the ring and the same request is accepted.
+    m.module.beginUpdate();
+    m.module.endUpdate();
+    m.module.reset(0);
+    m.write(balanced(230.0, 0.0), balanced(10.0, 0.0));
+    m.writeMechanicalAngle([](unsigned k) { return std::remainder(kOmega * k - kPi / 2, 2 * kPi); });
+    const PowerResultsGeneral r = m.calculate();
+    EXPECT_NEAR(r.parkU[0], 230.0 * std::sqrt(2.0), 2e-3);
+}

@@ -1,0 +1,473 @@
+/* Drives the C interface from a C program on the CPU backend: settings, a
+ * three-phase measurement with closed-form sine signals, period values from
+ * zero crossings, and the status codes of refused calls, overflowing result
+ * arrays and device allocation failures. */
+#include <math.h>
+#include <stdbool.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "tarnel/tarnel.h"
+
+#define PI 3.14159265358979323846
+
+static int passedCount;
+static int failedCount;
+
+static void check(bool ok, int line, const char* what) {
+    if (ok) {
+        ++passedCount;
+    } else {
+        ++failedCount;
+        fprintf(stderr, "line %d: check failed: %s\n", line, what);
+    }
+}
+
+static void checkStatus(int expected, int actual, int line, const char* call) {
+    if (expected == actual) {
+        ++passedCount;
+    } else {
+        ++failedCount;
+        fprintf(stderr, "line %d: %s returned %d, expected %d\n", line, call, actual, expected);
+    }
+}
+
+static void checkNear(double expected, double actual, double relativeTolerance, int line, const char* what) {
+    if (fabs(actual - expected) <= relativeTolerance * fabs(expected)) {
+        ++passedCount;
+    } else {
+        ++failedCount;
+        fprintf(stderr, "line %d: %s is %.9g, expected %.9g\n", line, what, actual, expected);
+    }
+}
+
+#define CHECK(condition) check((condition), __LINE__, #condition)
+#define CHECK_STATUS(expected, call) checkStatus((expected), (call), __LINE__, #call)
+#define CHECK_NEAR(expected, actual, tolerance) checkNear((expected), (actual), (tolerance), __LINE__, #actual)
+
+/* The reporter records what it was given; the message is copied because it is
+ * valid only during the call. */
+static int reportCount;
+static int reportedCode;
+static char reportedMessage[512];
+
+static void recordReport(int code, const char* message) {
+    ++reportCount;
+    reportedCode = code;
+    snprintf(reportedMessage, sizeof reportedMessage, "%s", message);
+}
+
+/* The measured system: 50 Hz, three phases 120 degrees apart, each current
+ * lagging its voltage by 30 degrees; amplitudes differ per phase so that a
+ * mixed-up phase shows. */
+enum { kSampleRate = 10240, kRingLength = 20480, kBlockLength = 2048, kMaxResults = 4 };
+static const double kFrequency = 50.0;
+static const double kVoltageAmplitude[3] = {325.0, 320.0, 330.0};
+static const double kCurrentAmplitude[3] = {10.0, 12.0, 8.0};
+static const double kCurrentLag = 30.0 * PI / 180.0;
+
+static double phaseAngle(unsigned long long sample, int phase) {
+    return 2.0 * PI * kFrequency * (double)sample / kSampleRate - phase * 2.0 * PI / 3.0;
+}
+
+/* Writes samples [first, first + count) of every channel into the rings and
+ * announces them. */
+static int writeSineSamples(PowerModuleHandle m, float* const u[3], float* const i[3], unsigned long long first,
+                            unsigned int count) {
+    for (unsigned long long s = first; s < first + count; ++s) {
+        for (int p = 0; p < 3; ++p) {
+            u[p][s % kRingLength] = (float)(kVoltageAmplitude[p] * sin(phaseAngle(s, p)));
+            i[p][s % kRingLength] = (float)(kCurrentAmplitude[p] * sin(phaseAngle(s, p) - kCurrentLag));
+        }
+    }
+    return writeSamples(m, count);
+}
+
+/* RMS values and active power of one block, which covers whole periods. */
+static void checkBlockResult(const PowerResultsGeneral* r, unsigned long long first) {
+    CHECK(r->firstSampleIndex == first);
+    CHECK(r->length == kBlockLength);
+    CHECK(r->phasesCount == 3);
+    CHECK_NEAR(kFrequency, r->frequency, 1e-12);
+    CHECK_NEAR((double)(first + kBlockLength) / kSampleRate, r->endTime, 1e-12);
+    double totalPower = 0.0;
+    for (int p = 0; p < 3; ++p) {
+        const double power = kVoltageAmplitude[p] * kCurrentAmplitude[p] * cos(kCurrentLag) / 2.0;
+        CHECK_NEAR(kVoltageAmplitude[p] / sqrt(2.0), r->phases[p].rmsU, 1e-5);
+        CHECK_NEAR(kCurrentAmplitude[p] / sqrt(2.0), r->phases[p].rmsI, 1e-5);
+        CHECK_NEAR(power, r->phases[p].activePower, 1e-4);
+        totalPower += power;
+    }
+    CHECK_NEAR(totalPower, r->phases[3].activePower, 1e-4);
+}
+
+static void testHandlesAndCreation(void) {
+    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(NULL));
+    CHECK(powerModule_createWithBackend(3) == NULL);
+    CHECK(powerModule_createWithBackend(-1) == NULL);
+}
+
+typedef int (*BoolGetter)(PowerModuleHandle, bool*);
+typedef int (*BoolSetter)(PowerModuleHandle, bool);
+typedef int (*DoubleGetter)(PowerModuleHandle, double*);
+typedef int (*DoubleSetter)(PowerModuleHandle, double);
+
+static void testFreshModuleDefaults(void) {
+    PowerModuleHandle m = powerModule_createWithBackend(TARNEL_BACKEND_CPU);
+    CHECK(m != NULL);
+    if (m == NULL) return;
+
+    /* Every out-value starts away from its default, so that a getter that
+     * writes nothing fails. */
+    unsigned char phases = 0xAB, voltages = 0xAB, currents = 0xAB;
+    CHECK_STATUS(TARNEL_SUCCESS, getPhasesCount(m, &phases));
+    CHECK_STATUS(TARNEL_SUCCESS, getVoltagesCount(m, &voltages));
+    CHECK_STATUS(TARNEL_SUCCESS, getCurrentsCount(m, &currents));
+    CHECK(phases == 1 && voltages == 1 && currents == 1);
+
+    bool currentEnabled = false;
+    CHECK_STATUS(TARNEL_SUCCESS, getCurrentEnabled(m, &currentEnabled));
+    CHECK(currentEnabled);
+    const BoolGetter offByDefault[] = {getClarkeOrParkCurrentsEnabled,
+                                       getClarkeOrParkVoltagesEnabled,
+                                       getClarkeOrParkWaveformsEnabled,
+                                       getClarkeTransformEnabled,
+                                       getDipSwellEnabled,
+                                       getFullFftEnabled,
+                                       getFundamentalPeriodValuesEnabled,
+                                       getInterHarmonicsEnabled,
+                                       getLineToLineResultsEnabled,
+                                       getMechanicalAngleUsed,
+                                       getParkTransformEnabled,
+                                       getPeriodValuesEnabled,
+                                       getRvcEnabled,
+                                       getSymmetricalComponentsEnabled,
+                                       getThdEnabled,
+                                       getWaveformsEnabled};
+    for (size_t n = 0; n < sizeof offByDefault / sizeof offByDefault[0]; ++n) {
+        bool value = true;
+        CHECK_STATUS(TARNEL_SUCCESS, offByDefault[n](m, &value));
+        CHECK(!value);
+    }
+
+    const struct {
+        DoubleGetter get;
+        double expected;
+    } doubles[] = {{getRvcThresholdInPercentOfAverage, 2.0},
+                   {getRvcThresholdHysteresisInPercentOfThreshold, 50.0},
+                   {getDipThreshold, 85.0},
+                   {getSwellThreshold, 110.0},
+                   {getDipHysteresis, 2.0},
+                   {getSwellHysteresis, 2.0},
+                   {getMechAngleOffset, 0.0}};
+    for (size_t n = 0; n < sizeof doubles / sizeof doubles[0]; ++n) {
+        double value = -12345.0;
+        CHECK_STATUS(TARNEL_SUCCESS, doubles[n].get(m, &value));
+        CHECK(value == doubles[n].expected);
+    }
+
+    int highest = -1, thdHighest = -1, steadyState = -1, polePairs = -1;
+    CHECK_STATUS(TARNEL_SUCCESS, getHighestRequestedHarmonic(m, &highest));
+    CHECK_STATUS(TARNEL_SUCCESS, getThdHighestHarmonic(m, &thdHighest));
+    CHECK_STATUS(TARNEL_SUCCESS, getRvcSteadyStateLengthInNumberOfPeriodValues(m, &steadyState));
+    CHECK_STATUS(TARNEL_SUCCESS, getPolePairs(m, &polePairs));
+    CHECK(highest == 1 && thdHighest == 40 && steadyState == 100 && polePairs == 0);
+
+    unsigned short halfPeriods = 0xFFFF, overlap = 0xFFFF;
+    CHECK_STATUS(TARNEL_SUCCESS, getHalfPeriodValuesCount(m, &halfPeriods));
+    CHECK_STATUS(TARNEL_SUCCESS, getPeriodValuesOverlapInPercent(m, &overlap));
+    CHECK(halfPeriods == 2 && overlap == 0);
+
+    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(m));
+}
+
+/* Each setter reaches the member its getter reads: a distinct value per setting
+ * goes in and comes back out. */
+static void testSettingsRoundTrip(void) {
+    PowerModuleHandle m = powerModule_createWithBackend(TARNEL_BACKEND_CPU);
+    CHECK(m != NULL);
+    if (m == NULL) return;
+
+    CHECK_STATUS(TARNEL_SUCCESS, setGridConfigType(m, 1));
+    unsigned char phases = 0, voltages = 0, currents = 0;
+    CHECK_STATUS(TARNEL_SUCCESS, getPhasesCount(m, &phases));
+    CHECK_STATUS(TARNEL_SUCCESS, getVoltagesCount(m, &voltages));
+    CHECK_STATUS(TARNEL_SUCCESS, getCurrentsCount(m, &currents));
+    CHECK(phases == 3 && voltages == 3 && currents == 3);
+
+    const struct {
+        BoolSetter set;
+        BoolGetter get;
+    } flags[] = {{setClarkeOrParkCurrentsEnabled, getClarkeOrParkCurrentsEnabled},
+                 {setClarkeOrParkVoltagesEnabled, getClarkeOrParkVoltagesEnabled},
+                 {setClarkeOrParkWaveformsEnabled, getClarkeOrParkWaveformsEnabled},
+                 {setClarkeTransformEnabled, getClarkeTransformEnabled},
+                 {setDipSwellEnabled, getDipSwellEnabled},
+                 {setFullFftEnabled, getFullFftEnabled},
+                 {setFundamentalPeriodValuesEnabled, getFundamentalPeriodValuesEnabled},
+                 {setInterHarmonicsEnabled, getInterHarmonicsEnabled},
+                 {setLineToLineResultsEnabled, getLineToLineResultsEnabled},
+                 {setMechanicalAngleUsed, getMechanicalAngleUsed},
+                 {setParkTransformEnabled, getParkTransformEnabled},
+                 {setPeriodSymmetricalComponentsEnabled, getPeriodSymmetricalComponentsEnabled},
+                 {setPeriodValuesEnabled, getPeriodValuesEnabled},
+                 {setRvcEnabled, getRvcEnabled},
+                 {setSymmetricalComponentsEnabled, getSymmetricalComponentsEnabled},
+                 {setThdEnabled, getThdEnabled},
+                 {setWaveformsEnabled, getWaveformsEnabled}};
+    /* Inside one update, so that the whole set costs a single rebuild. */
+    CHECK_STATUS(TARNEL_SUCCESS, beginUpdate(m));
+    for (size_t n = 0; n < sizeof flags / sizeof flags[0]; ++n) CHECK_STATUS(TARNEL_SUCCESS, flags[n].set(m, true));
+    CHECK_STATUS(TARNEL_SUCCESS, endUpdate(m));
+    for (size_t n = 0; n < sizeof flags / sizeof flags[0]; ++n) {
+        bool value = false;
+        CHECK_STATUS(TARNEL_SUCCESS, flags[n].get(m, &value));
+        if (!value) fprintf(stderr, "  flag %zu reads false after being set\n", n);
+        CHECK(value);
+    }
+
+    const struct {
+        DoubleSetter set;
+        DoubleGetter get;
+        double value;
+    } doubles[] = {{setRvcThresholdInPercentOfAverage, getRvcThresholdInPercentOfAverage, 3.5},
+                   {setRvcThresholdHysteresisInPercentOfThreshold, getRvcThresholdHysteresisInPercentOfThreshold, 40.0},
+                   {setDipThreshold, getDipThreshold, 80.0},
+                   {setSwellThreshold, getSwellThreshold, 115.0},
+                   {setDipHysteresis, getDipHysteresis, 1.5},
+                   {setSwellHysteresis, getSwellHysteresis, 2.5},
+                   {setNominalVoltage, getNominalVoltage, 230.0},
+                   {setNominalLineToLineVoltage, getNominalLineToLineVoltage, 400.0},
+                   {setMechAngleOffset, getMechAngleOffset, 12.5}};
+    for (size_t n = 0; n < sizeof doubles / sizeof doubles[0]; ++n)
+        CHECK_STATUS(TARNEL_SUCCESS, doubles[n].set(m, doubles[n].value));
+    for (size_t n = 0; n < sizeof doubles / sizeof doubles[0]; ++n) {
+        double value = 0.0;
+        CHECK_STATUS(TARNEL_SUCCESS, doubles[n].get(m, &value));
+        if (value != doubles[n].value) fprintf(stderr, "  double setting %zu reads %g\n", n, value);
+        CHECK(value == doubles[n].value);
+    }
+
+    CHECK_STATUS(TARNEL_SUCCESS, setHighestRequestedHarmonic(m, 25));
+    CHECK_STATUS(TARNEL_SUCCESS, setThdHighestHarmonic(m, 30));
+    CHECK_STATUS(TARNEL_SUCCESS, setRvcSteadyStateLengthInNumberOfPeriodValues(m, 120));
+    CHECK_STATUS(TARNEL_SUCCESS, setPolePairs(m, 4));
+    CHECK_STATUS(TARNEL_SUCCESS, setHalfPeriodValuesCount(m, 1));
+    CHECK_STATUS(TARNEL_SUCCESS, setPeriodValuesOverlapInPercent(m, 50));
+    int highest = 0, thdHighest = 0, steadyState = 0, polePairs = 0;
+    unsigned short halfPeriods = 0, overlap = 0;
+    CHECK_STATUS(TARNEL_SUCCESS, getHighestRequestedHarmonic(m, &highest));
+    CHECK_STATUS(TARNEL_SUCCESS, getThdHighestHarmonic(m, &thdHighest));
+    CHECK_STATUS(TARNEL_SUCCESS, getRvcSteadyStateLengthInNumberOfPeriodValues(m, &steadyState));
+    CHECK_STATUS(TARNEL_SUCCESS, getPolePairs(m, &polePairs));
+    CHECK_STATUS(TARNEL_SUCCESS, getHalfPeriodValuesCount(m, &halfPeriods));
+    CHECK_STATUS(TARNEL_SUCCESS, getPeriodValuesOverlapInPercent(m, &overlap));
+    CHECK(highest == 25 && thdHighest == 30 && steadyState == 120 && polePairs == 4);
+    CHECK(halfPeriods == 1 && overlap == 50);
+
+    /* Derived getters: symmetrical components need three phases, whole
+     * spectra a static frequency, current channels the current switch. */
+    bool value = true;
+    CHECK_STATUS(TARNEL_SUCCESS, setGridConfigType(m, 0));
+    CHECK_STATUS(TARNEL_SUCCESS, getSymmetricalComponentsEnabled(m, &value));
+    CHECK(!value);
+    CHECK_STATUS(TARNEL_SUCCESS, setVariableFrequency(m, 45.0, 65.0));
+    value = true;
+    CHECK_STATUS(TARNEL_SUCCESS, getFullFftEnabled(m, &value));
+    CHECK(!value);
+    CHECK_STATUS(TARNEL_SUCCESS, setCurrentEnabled(m, false));
+    currents = 0xAB;
+    CHECK_STATUS(TARNEL_SUCCESS, getCurrentsCount(m, &currents));
+    CHECK(currents == 0);
+
+    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(m));
+}
+
+/* Refused calls end in status 1 and are not reported. */
+static void testRefusedCalls(void) {
+    PowerModuleHandle m = powerModule_createWithBackend(TARNEL_BACKEND_CPU);
+    CHECK(m != NULL);
+    if (m == NULL) return;
+    const int reportsBefore = reportCount;
+
+    CHECK_STATUS(TARNEL_ERROR, endUpdate(m));
+    CHECK_STATUS(TARNEL_SUCCESS, beginUpdate(m));
+    CHECK_STATUS(TARNEL_SUCCESS, setGridConfigType(m, 1));
+    CHECK_STATUS(TARNEL_SUCCESS, setSampleRate(m, kSampleRate, 1));
+    CHECK_STATUS(TARNEL_SUCCESS, setBufferLength(m, kRingLength));
+    CHECK_STATUS(TARNEL_SUCCESS, setStaticFrequency(m, kFrequency, 0.1));
+    CHECK_STATUS(TARNEL_SUCCESS, endUpdate(m));
+    CHECK_STATUS(TARNEL_SUCCESS, reset(m, 0));
+    CHECK_STATUS(TARNEL_ERROR, scheduleForCalculation(m, 0, 0, kFrequency));
+    /* Samples that were never written. */
+    CHECK_STATUS(TARNEL_ERROR, scheduleForCalculation(m, 0, kBlockLength, kFrequency));
+    CHECK(reportCount == reportsBefore);
+
+    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(m));
+}
+
+static void testMeasurementSession(void) {
+    PowerModuleHandle m = powerModule_createWithBackend(TARNEL_BACKEND_CPU);
+    CHECK(m != NULL);
+    if (m == NULL) return;
+    const int reportsBefore = reportCount;
+
+    CHECK_STATUS(TARNEL_SUCCESS, beginUpdate(m));
+    CHECK_STATUS(TARNEL_SUCCESS, setGridConfigType(m, 1));
+    CHECK_STATUS(TARNEL_SUCCESS, setSampleRate(m, kSampleRate, 1));
+    CHECK_STATUS(TARNEL_SUCCESS, setBufferLength(m, kRingLength));
+    CHECK_STATUS(TARNEL_SUCCESS, setStaticFrequency(m, kFrequency, 0.1));
+    CHECK_STATUS(TARNEL_SUCCESS, setHighestRequestedHarmonic(m, 10));
+    CHECK_STATUS(TARNEL_SUCCESS, setPeriodValuesEnabled(m, true));
+    CHECK_STATUS(TARNEL_SUCCESS, setPeriodSymmetricalComponentsEnabled(m, false));
+    CHECK_STATUS(TARNEL_SUCCESS, setNominalVoltage(m, 230.0));
+    CHECK_STATUS(TARNEL_SUCCESS, setNominalLineToLineVoltage(m, 400.0));
+    CHECK_STATUS(TARNEL_SUCCESS, endUpdate(m));
+    CHECK_STATUS(TARNEL_SUCCESS, reset(m, 0));
+
+    float* u[3] = {NULL, NULL, NULL};
+    float* i[3] = {NULL, NULL, NULL};
+    for (unsigned char p = 0; p < 3; ++p) {
+        CHECK_STATUS(TARNEL_SUCCESS, getWaveformBufferUInput(m, p, &u[p]));
+        CHECK_STATUS(TARNEL_SUCCESS, getWaveformBufferI(m, p, &i[p]));
+        CHECK(u[p] != NULL && i[p] != NULL);
+        if (u[p] == NULL || i[p] == NULL) {
+            powerModule_destroy(m);
+            return;
+        }
+    }
+
+    /* Two blocks of ten periods each. */
+    PowerResultsGeneral results[kMaxResults];
+    int count = -1;
+    CHECK_STATUS(TARNEL_SUCCESS, getResults(m, 0, &count, results));
+    CHECK(count == 0);
+    CHECK_STATUS(TARNEL_SUCCESS, writeSineSamples(m, u, i, 0, 2 * kBlockLength));
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, 0, kBlockLength, kFrequency));
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, kBlockLength, kBlockLength, kFrequency));
+    CHECK_STATUS(TARNEL_SUCCESS, syncCuda(m));
+    bool ready = false;
+    CHECK_STATUS(TARNEL_SUCCESS, isAnyResultReady(m, &ready));
+    CHECK(ready);
+    /* maxResults limits what is collected: one now, the other next time. */
+    CHECK_STATUS(TARNEL_SUCCESS, getResults(m, 1, &count, &results[0]));
+    CHECK(count == 1);
+    CHECK_STATUS(TARNEL_SUCCESS, getResults(m, kMaxResults, &count, &results[1]));
+    CHECK(count == 1);
+    checkBlockResult(&results[0], 0);
+    checkBlockResult(&results[1], kBlockLength);
+
+    /* Period values from the zero crossings of phase 1, at multiples of 204.8
+     * samples. A value is formed once the interval after it arrives, so four
+     * intervals give three values. */
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForPeriodCalculationFromZeroCrossing(m, 0, NULL));
+    CHECK_STATUS(TARNEL_ERROR, scheduleForPeriodCalculationFromZeroCrossing(m, -1, NULL));
+    ZeroCrossingInterval intervals[4];
+    const PreciseFraction crossings[5] = {{0, 0.0}, {204, 0.8}, {409, 0.6}, {614, 0.4}, {819, 0.2}};
+    memset(intervals, 0, sizeof intervals);
+    for (int n = 0; n < 4; ++n) {
+        intervals[n].start = crossings[n];
+        intervals[n].end = crossings[n + 1];
+        intervals[n].frequency = kFrequency;
+        intervals[n].valid = true;
+    }
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForPeriodCalculationFromZeroCrossing(m, 4, intervals));
+    int periodCount = -1;
+    bool more = true;
+    PowerResultsPeriod* periods = NULL;
+    CHECK_STATUS(TARNEL_SUCCESS, getPeriodResults(m, &periodCount, &more, &periods));
+    CHECK(periodCount == 3 && !more && periods != NULL);
+    if (periodCount != 3) fprintf(stderr, "  %d period values ready, more %d\n", periodCount, (int)more);
+    if (periodCount == 3 && periods != NULL) {
+        for (int n = 0; n < 3; ++n) {
+            const PowerResultsPeriod* value = periods + 4 * n; /* record 0: all phases, 1..3: the phases */
+            double meanRms = 0.0;
+            for (int p = 0; p < 3; ++p) {
+                CHECK_NEAR(kVoltageAmplitude[p] / sqrt(2.0), value[p + 1].rmsU, 1e-4);
+                CHECK_NEAR(kCurrentAmplitude[p] / sqrt(2.0), value[p + 1].rmsI, 1e-4);
+                CHECK_NEAR(kFrequency, value[p + 1].frequency, 1e-9);
+                CHECK(value[p + 1].valid);
+                meanRms += kVoltageAmplitude[p] / sqrt(2.0) / 3.0;
+            }
+            CHECK_NEAR(meanRms, value[0].rmsU, 1e-4);
+        }
+    }
+
+    /* Two more results than the caller has room for: status 2, nothing
+     * written, nothing reported, and the results are gone. */
+    CHECK_STATUS(TARNEL_SUCCESS, writeSineSamples(m, u, i, 2 * kBlockLength, 2 * kBlockLength));
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, 2 * kBlockLength, kBlockLength, kFrequency));
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, 3 * kBlockLength, kBlockLength, kFrequency));
+    CHECK_STATUS(TARNEL_SUCCESS, syncCuda(m));
+    ready = false;
+    CHECK_STATUS(TARNEL_SUCCESS, isAnyResultReady(m, &ready));
+    CHECK(ready);
+    PowerResultsGeneral untouched[kMaxResults];
+    memset(results, 0x5A, sizeof results);
+    memcpy(untouched, results, sizeof results);
+    count = -7;
+    CHECK_STATUS(TARNEL_TOO_MANY_RESULTS, getResults(m, 0, &count, results));
+    CHECK(count == -7);
+    CHECK(memcmp(untouched, results, sizeof results) == 0);
+    CHECK_STATUS(TARNEL_SUCCESS, getResults(m, kMaxResults, &count, results));
+    CHECK(count == 0);
+
+    /* A block that runs across the end of the sample ring. */
+    for (unsigned long long s = 4 * kBlockLength; s < kRingLength + kBlockLength; s += kBlockLength)
+        CHECK_STATUS(TARNEL_SUCCESS, writeSineSamples(m, u, i, s, kBlockLength));
+    const unsigned long long acrossEnd = kRingLength - kBlockLength / 2;
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, acrossEnd, kBlockLength, kFrequency));
+    CHECK_STATUS(TARNEL_SUCCESS, syncCuda(m));
+    count = 0;
+    CHECK_STATUS(TARNEL_SUCCESS, getResults(m, kMaxResults, &count, results));
+    CHECK(count == 1);
+    if (count == 1) checkBlockResult(&results[0], acrossEnd);
+
+    CHECK(reportCount == reportsBefore);
+    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(m));
+}
+
+/* A device allocation beyond the device memory: status 3 and one report with
+ * the device-layer message; without a reporter the same status, silently. */
+static void testDeviceFailure(void) {
+    PowerModuleHandle m = powerModule_createCpuWithMemoryCapacity(4096);
+    CHECK(m != NULL);
+    if (m == NULL) return;
+    const int reportsBefore = reportCount;
+    reportedCode = 0;
+    reportedMessage[0] = '\0';
+
+    CHECK_STATUS(TARNEL_SUCCESS, beginUpdate(m));
+    CHECK_STATUS(TARNEL_SUCCESS, setGridConfigType(m, 1));
+    CHECK_STATUS(TARNEL_SUCCESS, setSampleRate(m, kSampleRate, 1));
+    CHECK_STATUS(TARNEL_SUCCESS, setBufferLength(m, kRingLength));
+    CHECK_STATUS(TARNEL_SUCCESS, setStaticFrequency(m, kFrequency, 0.1));
+    CHECK_STATUS(TARNEL_GPU_ERROR, endUpdate(m));
+    CHECK(reportCount == reportsBefore + 1);
+    CHECK(reportedCode == 1);
+    const char prefix[] = "CUDA error in file '";
+    CHECK(strncmp(reportedMessage, prefix, sizeof prefix - 1) == 0);
+
+    CHECK_STATUS(TARNEL_SUCCESS, registerErrorReporter(NULL));
+    CHECK(reportErrorCallbackFunction == NULL);
+    CHECK_STATUS(TARNEL_GPU_ERROR, setBufferLength(m, 2 * kRingLength));
+    CHECK_STATUS(TARNEL_SUCCESS, registerErrorReporter(recordReport));
+    CHECK(reportCount == reportsBefore + 1);
+
+    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(m));
+}
+
+int main(void) {
+    CHECK_STATUS(TARNEL_SUCCESS, registerErrorReporter(recordReport));
+    CHECK(reportErrorCallbackFunction == recordReport);
+
+    testHandlesAndCreation();
+    testFreshModuleDefaults();
+    testSettingsRoundTrip();
+    testRefusedCalls();
+    testMeasurementSession();
+    testDeviceFailure();
+
+    printf("%d passed, %d failed\n", passedCount, failedCount);
+    return failedCount == 0 ? 0 : 1;
+}

@@ -1,0 +1,127 @@
+#include "AnalyserOptions.h"
+
+#include <cmath>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+
+namespace tarnel::analyser {
+
+namespace {
+
+double parseNumber(const std::string& option, const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(value > 0.0) || !std::isfinite(value))
+        throw std::invalid_argument(option + " needs a positive number, not '" + text + "'");
+    return value;
+}
+
+std::vector<std::string> parseList(const std::string& text) {
+    std::vector<std::string> items;
+    std::stringstream stream(text);
+    for (std::string item; std::getline(stream, item, ',');)
+        if (!item.empty()) items.push_back(item);
+    return items;
+}
+
+BackendKind parseBackend(const std::string& text) {
+    if (text == "auto") return BackendKind::Auto;
+    if (text == "cpu") return BackendKind::Cpu;
+    if (text == "cuda") return BackendKind::Cuda;
+    throw std::invalid_argument("--backend takes auto, cpu or cuda, not '" + text + "'");
+}
+
+int parseGrid(const std::string& text) {
+    char* end = nullptr;
+    const long value = std::strtol(text.c_str(), &end, 10);
+    if (text.empty() || *end != '\0' || value < 0 || value > 7)
+        throw std::invalid_argument("--grid takes a grid type from 0 to 7, not '" + text + "'");
+    return static_cast<int>(value);
+}
+
+}  // namespace
+
+const char* usageText() {
+    return R"(Usage: tarnel-analyse [options] [RECORDING]
+
+Analyses a recording of voltages and currents and prints a power-quality
+report: RMS values, frequency, THD and the worst harmonics, unbalance, powers
+and power factors, and the dips, swells and rapid voltage changes found.
+Without RECORDING it analyses a built-in synthetic recording (three-phase
+230 V / 50 Hz with a dip, a swell and a rapid voltage change).
+
+RECORDING
+  name.cfg | name.cff   COMTRADE (1991, 1999, 2013; ASCII, BINARY, BINARY32, FLOAT32)
+  name.csv              CSV with a header row and an optional time column
+  name.wav              WAV, PCM 16/24/32-bit or float
+
+Options
+  --backend auto|cpu|cuda   where to compute (default auto: CUDA when a GPU is present)
+                            example: --backend cpu
+  --json FILE               write every block result, period value and event as JSON Lines
+                            example: --json results.jsonl
+  --csv DIR                 write blocks.csv, periods.csv and events.csv into DIR
+                            example: --csv out
+  --grid N                  grid type 0..7 instead of the one found from the channels
+                            (0 one phase; 1 three phases star, three currents; 2 star, two
+                            currents; 3 delta, three currents; 4 delta, two currents; 5 two
+                            phases; 6 two delta voltages, two currents)   example: --grid 1
+  --voltages LIST           voltage channels by name or 1-based number, in phase order
+                            example: --voltages VA,VB,VC
+  --currents LIST           current channels likewise     example: --currents 4,5,6
+  --delta | --star          the voltages are line-to-line (delta) or phase-to-neutral (star)
+  --nominal-voltage V       nominal phase voltage for dips and swells   example: --nominal-voltage 230
+  --frequency F             nominal frequency, 50 or 60 Hz              example: --frequency 60
+  --sample-rate HZ          sample rate of a CSV without a time column  example: --sample-rate 10000
+  --secondary               COMTRADE: report secondary instead of primary values
+  --section N               COMTRADE: analyse sample-rate section N (1-based) of a recording
+                            with several rates                          example: --section 2
+  --duration S              length of the synthetic recording in seconds (default 10)
+  --progress | --no-progress  progress bar on stderr (default: when stderr is a terminal)
+  --help                    this text
+
+Exit status: 0 success, 2 bad input (one line on stderr names the file and the problem).
+)";
+}
+
+AnalyserOptions parseOptions(int argc, char** argv) {
+    AnalyserOptions o;
+    const std::map<std::string, std::function<void()>> flags = {
+        {"--help", [&] { o.help = true; }},           {"-h", [&] { o.help = true; }},
+        {"--delta", [&] { o.delta = true; }},         {"--star", [&] { o.delta = false; }},
+        {"--secondary", [&] { o.secondary = true; }}, {"--progress", [&] { o.progress = true; }},
+        {"--no-progress", [&] { o.progress = false; }}};
+    const std::map<std::string, std::function<void(const std::string&)>> valued = {
+        {"--backend", [&](const std::string& v) { o.backend = parseBackend(v); }},
+        {"--json", [&](const std::string& v) { o.jsonPath = v; }},
+        {"--csv", [&](const std::string& v) { o.csvFolder = v; }},
+        {"--grid", [&](const std::string& v) { o.gridType = parseGrid(v); }},
+        {"--voltages", [&](const std::string& v) { o.voltageColumns = parseList(v); }},
+        {"--currents", [&](const std::string& v) { o.currentColumns = parseList(v); }},
+        {"--nominal-voltage", [&](const std::string& v) { o.nominalVoltage = parseNumber("--nominal-voltage", v); }},
+        {"--frequency", [&](const std::string& v) { o.nominalFrequency = parseNumber("--frequency", v); }},
+        {"--sample-rate", [&](const std::string& v) { o.sampleRate = parseNumber("--sample-rate", v); }},
+        {"--section", [&](const std::string& v) { o.section = static_cast<int>(parseNumber("--section", v)); }},
+        {"--duration", [&](const std::string& v) { o.syntheticSeconds = parseNumber("--duration", v); }}};
+    for (int k = 1; k < argc; ++k) {
+        const std::string arg = argv[k];
+        if (auto flag = flags.find(arg); flag != flags.end()) {
+            flag->second();
+        } else if (auto option = valued.find(arg); option != valued.end()) {
+            if (k + 1 >= argc) throw std::invalid_argument(arg + " needs a value");
+            option->second(argv[++k]);
+        } else if (!arg.empty() && arg[0] == '-') {
+            throw std::invalid_argument("unknown option '" + arg + "' (see --help)");
+        } else if (o.input.empty()) {
+            o.input = arg;
+        } else {
+            throw std::invalid_argument("only one recording can be analysed at a time ('" + arg + "')");
+        }
+    }
+    return o;
+}
+
+}  // namespace tarnel::analyser

@@ -1,0 +1,167 @@
+#include "Analysis.h"
+
+
+#include <cmath>
+#include <cstdio>
+
+#include "tarnel/PowerConfig.h"
+
+namespace tarnel::analyser {
+
+namespace {
+
+constexpr double kRingSeconds = 4.0;
+constexpr double kHighestHarmonic = 50;
+
+}  // namespace
+
+Analysis::Analysis(SignalSource& source_, const AnalysisSettings& settings_, std::vector<ResultSink*> sinks_)
+    : source(source_), settings(settings_), sinks(std::move(sinks_)), module(settings_.backend) {
+    configure();
+}
+
+Analysis::~Analysis() = default;
+
+const char* Analysis::backendName() const { return tarnel::backendName(module.getBackendKind()); }
+
+void Analysis::configure() {
+    const SourceInfo& info = source.info();
+    const double fs = info.sampleRate, f = info.nominalFrequency;
+    blockPeriods = f > 55.0 ? 12 : 10;
+    ringLength = static_cast<unsigned long long>(std::ceil(kRingSeconds * fs));
+    const bool threePhase = PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount == 3;
+    module.beginUpdate();
+    module.setGridConfigType(static_cast<PowerGridConfigType>(info.gridType));
+    module.setSampleRate(fs, 1);
+    module.setBufferLength(ringLength);
+    module.setStaticFrequency(f, 0.1);
+    module.setPeriodCount(static_cast<unsigned short>(blockPeriods));
+    module.setCurrentEnabled(!info.currents.empty());
+    module.setLineToLineResultsEnabled(PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount > 1);
+    module.setInterHarmonicsEnabled(true);
+    module.setThdEnabled(true);
+    module.setHighestRequestedHarmonic(static_cast<int>(kHighestHarmonic));
+    module.setSymmetricalComponentsEnabled(threePhase);
+    module.setPeriodValuesEnabled(true);
+    module.setFundamentalPeriodValuesEnabled(true);
+    module.setPeriodSymmetricalComponentsEnabled(threePhase);
+    module.setDipSwellEnabled(true);
+    module.setRvcEnabled(true);
+    module.setNominalVoltage(info.nominalVoltage);
+    module.setNominalLineToLineVoltage(info.nominalVoltage * std::sqrt(3.0));
+    module.endUpdate();
+    module.reset(0);
+    maxBlockLength = PowerConfig::getPow2Length(blockPeriods * fs / (0.9 * f));
+    for (unsigned char c = 0; c < info.voltages.size(); ++c) {
+        float* ring = nullptr;
+        module.getWaveformBufferUInput(c, &ring);
+        voltageRings.push_back(ring);
+    }
+    for (unsigned char c = 0; c < info.currents.size(); ++c) {
+        float* ring = nullptr;
+        module.getWaveformBufferI(c, &ring);
+        currentRings.push_back(ring);
+    }
+    ZeroCrossingDetector::Settings zc;
+    zc.minimumAmplitude = 0.1 * info.nominalVoltage * std::sqrt(2.0);
+    detector = std::make_unique<ZeroCrossingDetector>(fs, f, 0, zc);
+}
+
+size_t Analysis::run() {
+    std::vector<std::vector<float>> voltages, currents;
+    for (;;) {
+        const size_t n = source.read(voltages, currents, settings.chunkSamples);
+        if (n == 0) break;
+        writeChunk(voltages, currents, n);
+        detector->addSamples(voltages[0].data(), n);
+        takeZeroCrossings();
+        scheduleBlocks();
+        collect();
+        reportProgress(false);
+    }
+    module.sync();
+    collect();
+    reportProgress(true);
+    return blocks;
+}
+
+void Analysis::writeChunk(const std::vector<std::vector<float>>& voltages,
+                          const std::vector<std::vector<float>>& currents, size_t count) {
+    auto copy = [&](float* ring, const std::vector<float>& samples) {
+        for (size_t k = 0; k < count; ++k) ring[(written + k) % ringLength] = samples[k];
+    };
+    for (size_t c = 0; c < voltageRings.size(); ++c) copy(voltageRings[c], voltages[c]);
+    for (size_t c = 0; c < currentRings.size(); ++c) copy(currentRings[c], currents[c]);
+    module.writeSamples(static_cast<unsigned>(count));
+    written += count;
+}
+
+void Analysis::takeZeroCrossings() {
+    std::vector<ZeroCrossingInterval> intervals = detector->takeIntervals();
+    if (intervals.empty()) return;
+    module.scheduleForPeriodCalculationFromZeroCrossing(intervals);
+    pendingIntervals.insert(pendingIntervals.end(), intervals.begin(), intervals.end());
+}
+
+void Analysis::scheduleBlocks() {
+    const double fs = source.info().sampleRate, nominal = source.info().nominalFrequency;
+    while (pendingIntervals.size() >= blockPeriods) {
+        const ZeroCrossingInterval& first = pendingIntervals.front();
+        const ZeroCrossingInterval& last = pendingIntervals[blockPeriods - 1];
+        const unsigned long long end = last.end.round();
+        const double seconds = last.end.subtract(first.start) / fs;
+        bool valid = true;
+        for (unsigned k = 0; k < blockPeriods; ++k) valid = valid && pendingIntervals[k].valid;
+        // Without a fundamental throughout, the block's periods are not measured;
+        // the latest measured frequency stands in.
+        double frequency = valid ? blockPeriods / seconds : detector->latestFrequency();
+        if (!(frequency > 0.5 * nominal && frequency < 2.0 * nominal)) frequency = nominal;
+        pendingIntervals.erase(pendingIntervals.begin(), pendingIntervals.begin() + blockPeriods);
+        if (end <= nextBlockStart) continue;
+        scheduleBlock(nextBlockStart, end, frequency);
+    }
+}
+
+void Analysis::scheduleBlock(unsigned long long start, unsigned long long end, double frequency) {
+    // Stretches without a usable fundamental are cut into blocks the FFT can take.
+    while (end - start > maxBlockLength) {
+        const unsigned long long length = maxBlockLength / 2;
+        module.scheduleForCalculation(start, static_cast<int>(length), source.info().nominalFrequency);
+        start += length;
+    }
+    module.scheduleForCalculation(start, static_cast<int>(end - start), frequency);
+    nextBlockStart = end;
+}
+
+void Analysis::collect() {
+    while (module.isAnyResultReady()) {
+        for (const PowerResultsGeneral& r : module.getResults(0)) {
+            ++blocks;
+            for (ResultSink* sink : sinks) sink->onBlock(r);
+        }
+    }
+    const int phases = module.getPhasesCount();
+    bool more = true;
+    while (more) {
+        int count = 0;
+        PowerResultsPeriod* records = nullptr;
+        module.getPeriodResults(&count, &more, &records);
+        for (int v = 0; v < count; ++v)
+            for (ResultSink* sink : sinks) sink->onPeriodValue(records + static_cast<size_t>(v) * (phases + 1), phases);
+    }
+}
+
+void Analysis::reportProgress(bool done) {
+    const uint64_t total = source.info().totalSamples;
+    if (!settings.progress || total == 0) return;
+    const int percent = done ? 100 : static_cast<int>(100.0 * static_cast<double>(written) / static_cast<double>(total));
+    if (percent == lastProgress) return;
+    lastProgress = percent;
+    const int width = 40, filled = percent * width / 100;
+    std::fprintf(stderr, "\r[%.*s%*s] %3d%%", filled, "########################################", width - filled, "",
+                 percent);
+    if (done) std::fputc('\n', stderr);
+    std::fflush(stderr);
+}
+
+}  // namespace tarnel::analyser

@@ -1,0 +1,38 @@
+// What the analyser reads: a recording's channels, already mapped to the
+// module's grid, delivered in chunks of physical values.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tarnel::analyser {
+
+struct SourceChannel {
+    std::string name;
+    std::string unit;  // "V" or "A"
+};
+
+struct SourceInfo {
+    std::string description;  // file name or "built-in synthetic recording"
+    double sampleRate = 0.0;
+    uint64_t totalSamples = 0;  // 0 when unknown
+    int gridType = 0;           // PowerGridConfigType
+    double nominalVoltage = 230.0;
+    double nominalFrequency = 50.0;
+    std::vector<SourceChannel> voltages;  // in phase order, as the grid expects them
+    std::vector<SourceChannel> currents;
+};
+
+class SignalSource {
+  public:
+    virtual ~SignalSource() = default;
+    virtual const SourceInfo& info() const = 0;
+    // Reads up to `count` samples of every channel: voltages[c][k] and
+    // currents[c][k]. Returns the samples read; 0 at the end.
+    virtual size_t read(std::vector<std::vector<float>>& voltages, std::vector<std::vector<float>>& currents,
+                        size_t count) = 0;
+};
+
+}  // namespace tarnel::analyser
