@@ -132,7 +132,6 @@ class PowerModule::PowerModuleImpl {
     void validateZeroCrossingIntervals(const std::vector<ZeroCrossingInterval>& intervals) const;
     unsigned long long writeReferenceBlock(unsigned long long firstSample, int length, double frequency, bool valid);
     void writeReferenceInterval(PreciseFraction start, PreciseFraction end, double frequency, bool valid);
-    void writeReferenceSample(unsigned long long sample, double frequency, double phase, double validity);
     void advancePeriodItems(unsigned long long lastSample);
     void addZeroCrossingInterval(const ZeroCrossingInterval& interval);
     void queueZeroCrossingValue(unsigned short advanceParts);

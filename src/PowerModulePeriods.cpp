@@ -46,6 +46,42 @@ ReferenceRing referenceRing(const GpuBuffer<double>& buffer) {
             buffer.getLength()};
 }
 
+// Writes the reference data of one module sample at reference phase `phase` (periods).
+void writeReference(const ReferenceRing& ring, unsigned long long sample, double frequency, double phase,
+                    double validity) {
+    const unsigned long long k = sample % ring.length;
+    ring.frequency[k] = frequency;
+    ring.cosine[k] = std::cos(kTwoPi * phase);
+    ring.sine[k] = std::sin(kTwoPi * phase);
+    ring.validity[k] = validity;
+}
+
+// Writes `count` samples whose phase starts at `phase` and advances by `step`
+// periods per sample. The phasor is turned by a fixed rotation from sample to
+// sample and set exactly again every few hundred samples, which keeps it
+// within a few units of the last place of the direct cosine and sine.
+void writeReferenceRun(const ReferenceRing& ring, unsigned long long first, unsigned long long count,
+                       double frequency, double phase, double step, double validity) {
+    constexpr unsigned long long kExactEvery = 256;
+    const double turnCos = std::cos(kTwoPi * step), turnSin = std::sin(kTwoPi * step);
+    double c = 0.0, s = 0.0;
+    for (unsigned long long n = 0; n < count; ++n) {
+        if (n % kExactEvery == 0) {
+            c = std::cos(kTwoPi * (phase + static_cast<double>(n) * step));
+            s = std::sin(kTwoPi * (phase + static_cast<double>(n) * step));
+        } else {
+            const double turned = c * turnCos - s * turnSin;
+            s = s * turnCos + c * turnSin;
+            c = turned;
+        }
+        const unsigned long long k = (first + n) % ring.length;
+        ring.frequency[k] = frequency;
+        ring.cosine[k] = c;
+        ring.sine[k] = s;
+        ring.validity[k] = validity;
+    }
+}
+
 // Feeds samples of the value in progress up to `lastSample` from the reference
 // data; returns once the value has ended or the samples are used up.
 void feedPeriodItem(PowerPeriodResultsQueueItem& item, unsigned long long lastSample, const ReferenceRing& reference,
@@ -253,25 +289,19 @@ unsigned long long PowerModule::PowerModuleImpl::writeReferenceBlock(unsigned lo
     periodPhase = std::modf(periodPhase + w0 * step, &whole);
     // A module sample shared with the previous block blends both blocks' frequencies.
     const bool firstValid = valid && (w0 > 0.9 || previousValid != 0.0);
-    writeReferenceSample(q0, (1.0 - w0) * previousFrequency + w0 * frequency, periodPhase, firstValid ? 1.0 : 0.0);
-    for (unsigned long long m = q0; m != q1;) {
-        ++m;
-        periodPhase = std::modf(periodPhase + (m == q1 ? w1 * step : step), &whole);
-        writeReferenceSample(m, frequency, periodPhase, valid ? 1.0 : 0.0);
+    const ReferenceRing ring = referenceRing(buffers.periodReferenceBuffer);
+    writeReference(ring, q0, (1.0 - w0) * previousFrequency + w0 * frequency, periodPhase, firstValid ? 1.0 : 0.0);
+    if (q1 != q0) {
+        // Whole steps up to the sample before the last, then the last sample's share.
+        const unsigned long long middle = q1 - q0 - 1;
+        writeReferenceRun(ring, q0 + 1, middle, frequency, periodPhase + step, step, valid ? 1.0 : 0.0);
+        periodPhase = std::modf(periodPhase + static_cast<double>(middle) * step, &whole);
+        periodPhase = std::modf(periodPhase + w1 * step, &whole);
+        writeReference(ring, q1, frequency, periodPhase, valid ? 1.0 : 0.0);
     }
     previousFrequency = frequency;
     previousValid = valid ? 1.0 : 0.0;
     return q1;
-}
-
-void PowerModule::PowerModuleImpl::writeReferenceSample(unsigned long long sample, double frequency, double phase,
-                                                        double validity) {
-    const ReferenceRing ring = referenceRing(buffers.periodReferenceBuffer);
-    const unsigned long long k = sample % ring.length;
-    ring.frequency[k] = frequency;
-    ring.cosine[k] = std::cos(kTwoPi * phase);
-    ring.sine[k] = std::sin(kTwoPi * phase);
-    ring.validity[k] = validity;
 }
 
 void PowerModule::PowerModuleImpl::advancePeriodItems(unsigned long long lastSample) {
@@ -325,13 +355,13 @@ void PowerModule::PowerModuleImpl::writeReferenceInterval(PreciseFraction start,
     // The reference phase restarts at every zero crossing.
     const double step = frequency * (1.0 / config.sampleRate);
     const double validity = valid ? 1.0 : 0.0;
-    double phase = step * (1.0 - start.fraction);
-    for (unsigned long long s = start.ceil(), stop = end.ceil(); s != stop; ++s, phase += step)
-        writeReferenceSample(s, frequency, phase, validity);
+    const ReferenceRing ring = referenceRing(buffers.periodReferenceBuffer);
+    writeReferenceRun(ring, start.ceil(), end.ceil() - start.ceil(), frequency, step * (1.0 - start.fraction), step,
+                      validity);
     // Before the first crossing no interval has written the sample whose cell
     // holds it, yet the first value starts in that cell.
     if (currentPeriodStart == nullptr && start.round() != start.ceil())
-        writeReferenceSample(start.round(), frequency, -step * start.fraction, validity);
+        writeReference(ring, start.round(), frequency, -step * start.fraction, validity);
 }
 
 void PowerModule::PowerModuleImpl::addZeroCrossingInterval(const ZeroCrossingInterval& z) {

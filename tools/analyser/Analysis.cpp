@@ -1,8 +1,10 @@
 #include "Analysis.h"
 
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <stdexcept>
 
 #include "tarnel/PowerConfig.h"
 
@@ -72,6 +74,7 @@ size_t Analysis::run() {
     for (;;) {
         const size_t n = source.read(voltages, currents, settings.chunkSamples);
         if (n == 0) break;
+        waitForRingSpace(n);
         writeChunk(voltages, currents, n);
         detector->addSamples(voltages[0].data(), n);
         takeZeroCrossings();
@@ -85,10 +88,28 @@ size_t Analysis::run() {
     return blocks;
 }
 
+void Analysis::waitForRingSpace(size_t count) {
+    // Samples still to be calculated, and the period in progress, must not be
+    // overwritten: wait for the device to catch up when the ring is that full.
+    const double samplesPerPeriod = source.info().sampleRate / source.info().nominalFrequency;
+    const auto margin = static_cast<unsigned long long>(4.0 * samplesPerPeriod);
+    auto fits = [&] { return written + count + margin <= processed + ringLength; };
+    if (fits()) return;
+    module.sync();
+    collect();
+    if (!fits())
+        throw std::runtime_error(source.info().description +
+                                 ": the analysis fell behind the sample ring (no blocks could be formed)");
+}
+
 void Analysis::writeChunk(const std::vector<std::vector<float>>& voltages,
                           const std::vector<std::vector<float>>& currents, size_t count) {
+    // One or two pieces, as the chunk may cross the end of the ring.
+    const size_t position = static_cast<size_t>(written % ringLength);
+    const size_t first = std::min<size_t>(count, static_cast<size_t>(ringLength) - position);
     auto copy = [&](float* ring, const std::vector<float>& samples) {
-        for (size_t k = 0; k < count; ++k) ring[(written + k) % ringLength] = samples[k];
+        std::copy(samples.begin(), samples.begin() + static_cast<long>(first), ring + position);
+        std::copy(samples.begin() + static_cast<long>(first), samples.begin() + static_cast<long>(count), ring);
     };
     for (size_t c = 0; c < voltageRings.size(); ++c) copy(voltageRings[c], voltages[c]);
     for (size_t c = 0; c < currentRings.size(); ++c) copy(currentRings[c], currents[c]);
@@ -137,6 +158,7 @@ void Analysis::collect() {
     while (module.isAnyResultReady()) {
         for (const PowerResultsGeneral& r : module.getResults(0)) {
             ++blocks;
+            processed = r.firstSampleIndex + r.length;
             for (ResultSink* sink : sinks) sink->onBlock(r);
         }
     }

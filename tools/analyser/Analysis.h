@@ -41,6 +41,7 @@ class Analysis {
     void configure();
     void writeChunk(const std::vector<std::vector<float>>& voltages, const std::vector<std::vector<float>>& currents,
                     size_t count);
+    void waitForRingSpace(size_t count);
     void takeZeroCrossings();
     void scheduleBlocks();
     void scheduleBlock(unsigned long long start, unsigned long long end, double frequency);
@@ -56,6 +57,7 @@ class Analysis {
     std::vector<float*> voltageRings, currentRings;
     unsigned long long ringLength = 0;
     unsigned long long written = 0;
+    unsigned long long processed = 0;  // end of the last collected block
     unsigned long long nextBlockStart = 0;
     unsigned long long maxBlockLength = 0;
     unsigned blockPeriods = 10;

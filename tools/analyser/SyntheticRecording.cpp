@@ -21,6 +21,14 @@ constexpr double kCurrentLagDegrees = 25.0;
 
 bool inside(double t, double start, double duration) { return t >= start && t < start + duration; }
 
+// True when a scripted event starts or ends within [from, to].
+bool hasEventBetween(double from, double to) {
+    const SyntheticEvents& e = SyntheticRecording::events();
+    for (double edge : {e.dipStart, e.dipStart + e.dipDuration, e.swellStart, e.swellStart + e.swellDuration, e.stepTime})
+        if (edge >= from && edge <= to) return true;
+    return false;
+}
+
 }  // namespace
 
 SyntheticRecording::SyntheticRecording(double sampleRate, double seconds) {
@@ -78,13 +86,18 @@ size_t SyntheticRecording::read(std::vector<std::vector<float>>& voltages, std::
     const size_t n = static_cast<size_t>(std::min<uint64_t>(count, left));
     voltages.resize(3);
     currents.resize(3);
+    const double startTime = static_cast<double>(position) / sourceInfo.sampleRate;
+    const double endTime = static_cast<double>(position + n) / sourceInfo.sampleRate;
     for (int p = 0; p < 3; ++p) {
         voltages[p].resize(n);
         currents[p].resize(n);
+        // The envelope changes only at the scripted events; most chunks have one level.
+        const bool constant = envelope(p, startTime) == envelope(p, endTime) && !hasEventBetween(startTime, endTime);
+        const double level = envelope(p, startTime);
         for (size_t k = 0; k < n; ++k) {
             const uint64_t s = position + k;
-            const double t = static_cast<double>(s) / sourceInfo.sampleRate;
-            voltages[p][k] = static_cast<float>(envelope(p, t) * voltageTable[p][s % tableLength]);
+            const double gain = constant ? level : envelope(p, static_cast<double>(s) / sourceInfo.sampleRate);
+            voltages[p][k] = static_cast<float>(gain * voltageTable[p][s % tableLength]);
             currents[p][k] = currentTable[p][s % tableLength];
         }
     }

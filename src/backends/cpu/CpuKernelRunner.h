@@ -95,8 +95,20 @@ template <typename Kernel>
 void runReductionOnCpu(const Kernel& kernel, int rows) {
     constexpr int fields = Kernel::fieldCount;
     const int extent = kernel.extent();
+    // Four interleaved partial sums break the chain of dependent additions,
+    // so consecutive indices overlap in the pipeline (and may be vectorised).
     auto accumulateRange = [&kernel](KernelSums<fields>& sums, int row, int first, int last) {
-        for (int x = first; x < last; ++x) kernel.accumulate(sums, x, row);
+        KernelSums<fields> lanes[4] = {};
+        int x = first;
+        for (; x + 3 < last; x += 4) {
+            kernel.accumulate(lanes[0], x, row);
+            kernel.accumulate(lanes[1], x + 1, row);
+            kernel.accumulate(lanes[2], x + 2, row);
+            kernel.accumulate(lanes[3], x + 3, row);
+        }
+        for (; x < last; ++x) kernel.accumulate(lanes[0], x, row);
+        for (int f = 0; f < fields; ++f)
+            sums.value[f] += (lanes[0].value[f] + lanes[1].value[f]) + (lanes[2].value[f] + lanes[3].value[f]);
     };
     auto store = [&kernel](const KernelSums<fields>& sums, int row) {
         for (int f = 0; f < fields; ++f) {
