@@ -187,7 +187,12 @@ void GpuBuffer<T>::copyBlock(size_t offset, size_t count, CUstream_st* stream, b
     if (copied == 0 || count == 0 || hostBuffer == nullptr || deviceBuffer == nullptr) return;
     T* host = hostBuffer + items.getHostItemsCount() * offset;
     T* device = deviceBuffer + items.getDeviceItemsCount() * offset;
-    const size_t bytes = count * copied * sizeof(T);
+    copyBetween(host, device, count * copied, stream, hostToDevice);
+}
+
+template <typename T>
+void GpuBuffer<T>::copyBetween(T* host, T* device, size_t elements, CUstream_st* stream, bool hostToDevice) {
+    const size_t bytes = elements * sizeof(T);
     if (hostToDevice) {
         CUDA_CALL(backend->copyAsync(device, host, bytes, tarnel::CopyDirection::HostToDevice, stream));
     } else {
@@ -220,16 +225,9 @@ void GpuBuffer<T>::copySegment(size_t start, size_t count, CUstream_st* stream, 
     const size_t pieces[2][2] = {{position, first}, {0, count - first}};
     for (const auto& piece : pieces) {
         if (piece[1] == 0) continue;
-        for (unsigned short slot : slots) {
-            T* host = getHostBuffer(slot) + piece[0];
-            T* device = getDeviceBuffer(slot) + piece[0];
-            const size_t bytes = piece[1] * sizeof(T);
-            if (hostToDevice) {
-                CUDA_CALL(backend->copyAsync(device, host, bytes, tarnel::CopyDirection::HostToDevice, stream));
-            } else {
-                CUDA_CALL(backend->copyAsync(host, device, bytes, tarnel::CopyDirection::DeviceToHost, stream));
-            }
-        }
+        for (unsigned short slot : slots)
+            copyBetween(getHostBuffer(slot) + piece[0], getDeviceBuffer(slot) + piece[0], piece[1], stream,
+                        hostToDevice);
     }
 }
 

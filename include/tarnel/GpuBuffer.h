@@ -88,6 +88,7 @@ class TARNEL_API GpuBuffer {
     void freeBuffers();
     void copySegment(size_t start, size_t count, CUstream_st* stream, bool hostToDevice);
     void copyBlock(size_t offset, size_t count, CUstream_st* stream, bool hostToDevice);
+    void copyBetween(T* host, T* device, size_t elements, CUstream_st* stream, bool hostToDevice);
 
     T* hostBuffer = nullptr;
     T* deviceBuffer = nullptr;

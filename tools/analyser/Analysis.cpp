@@ -31,6 +31,8 @@ void Analysis::configure() {
     const double fs = info.sampleRate, f = info.nominalFrequency;
     blockPeriods = f > 55.0 ? 12 : 10;
     ringLength = static_cast<unsigned long long>(std::ceil(kRingSeconds * fs));
+    // Chunks stay well inside the ring so that blocks in flight keep their samples.
+    settings.chunkSamples = std::max<size_t>(1, std::min<size_t>(settings.chunkSamples, ringLength / 4));
     const bool threePhase = PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount == 3;
     module.beginUpdate();
     module.setGridConfigType(static_cast<PowerGridConfigType>(info.gridType));
@@ -120,8 +122,14 @@ void Analysis::writeChunk(const std::vector<std::vector<float>>& voltages,
 void Analysis::takeZeroCrossings() {
     std::vector<ZeroCrossingInterval> intervals = detector->takeIntervals();
     if (intervals.empty()) return;
-    module.scheduleForPeriodCalculationFromZeroCrossing(intervals);
     pendingIntervals.insert(pendingIntervals.end(), intervals.begin(), intervals.end());
+    // Period values start with the first measured period: the detectors would
+    // otherwise take the filter's start-up for a voltage change.
+    auto first = intervals.begin();
+    if (!periodsStarted) first = std::find_if(intervals.begin(), intervals.end(), [](const auto& z) { return z.valid; });
+    if (first == intervals.end()) return;
+    periodsStarted = true;
+    module.scheduleForPeriodCalculationFromZeroCrossing(std::vector<ZeroCrossingInterval>(first, intervals.end()));
 }
 
 void Analysis::scheduleBlocks() {

@@ -61,6 +61,7 @@ class Analysis {
     unsigned long long nextBlockStart = 0;
     unsigned long long maxBlockLength = 0;
     unsigned blockPeriods = 10;
+    bool periodsStarted = false;
     size_t blocks = 0;
     int lastProgress = -1;
 };

@@ -18,8 +18,14 @@ struct GridShape {
 };
 
 // Channels each grid type takes, in the order of its number.
-constexpr std::array<GridShape, 8> kGridShapes = {{
-    {1, 1, false}, {3, 3, false}, {3, 2, false}, {3, 3, true}, {3, 2, true}, {2, 2, false}, {2, 2, true}, {1, 1, false}}};
+constexpr std::array<GridShape, 8> kGridShapes = {{{1, 1, false},
+                                                   {3, 3, false},
+                                                   {3, 2, false},
+                                                   {3, 3, true},
+                                                   {3, 2, true},
+                                                   {2, 2, false},
+                                                   {2, 2, true},
+                                                   {1, 1, false}}};
 
 using Indices = std::vector<size_t>;
 
@@ -143,7 +149,8 @@ class Mapper {
     }
 
     Indices resolve(const std::vector<std::string>& requested, const std::string& what) const {
-        if (requested.size() > 3) fail("at most three " + what + " channels, given " + std::to_string(requested.size()));
+        if (requested.size() > 3)
+            fail("at most three " + what + " channels, given " + std::to_string(requested.size()));
         Indices channels;
         for (const std::string& name : requested) channels.push_back(find(name));
         return channels;
@@ -157,7 +164,8 @@ class Mapper {
             if (toUpper(meta.channels[c].name) == toUpper(name)) return c;
         const std::optional<uint64_t> number = parseCount(name);
         if (number && *number >= 1 && *number <= meta.channels.size()) return static_cast<size_t>(*number - 1);
-        fail("no channel '" + name + "' (it has " + std::to_string(meta.channels.size()) + " channels, numbered from 1)");
+        fail("no channel '" + name + "' (it has " + std::to_string(meta.channels.size()) +
+             " channels, numbered from 1)");
     }
 
     std::string names(const Indices& channels) const {

@@ -13,7 +13,7 @@ namespace tarnel::recordings {
 
 // What the user may decide instead of the recording's names and units.
 struct MappingOptions {
-    std::optional<int> gridType;  // 0..7
+    std::optional<int> gridType;               // 0..7
     std::vector<std::string> voltageChannels;  // names or 1-based numbers, in phase order
     std::vector<std::string> currentChannels;
     std::optional<bool> delta;  // the voltages are line-to-line
@@ -28,8 +28,8 @@ struct ChannelMap {
     // 7 one phase (alternative).
     int gridType = 0;
     bool delta = false;
-    std::vector<size_t> voltages;  // indices into the metadata's channels, in phase order
-    std::vector<size_t> currents;  // empty: no currents to analyse
+    std::vector<size_t> voltages;            // indices into the metadata's channels, in phase order
+    std::vector<size_t> currents;            // empty: no currents to analyse
     std::optional<double> nominalVoltage;    // only when given: a recording does not state it
     std::optional<double> nominalFrequency;  // given, or the recording's
 };

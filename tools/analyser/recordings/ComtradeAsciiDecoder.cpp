@@ -48,9 +48,9 @@ void ComtradeAsciiDecoder::decodeLine(double* values, double& time) {
     for (size_t c = 0; c < analogCount; ++c) {
         const std::optional<double> value = parseNumber(fields[2 + c]);
         if (!value)
-            throw RecordingError(fileName, lines.lineNumber(),
-                                 "analog value " + std::to_string(c + 1) + " '" + std::string(fields[2 + c]) +
-                                     "' is not a number");
+            throw RecordingError(
+                fileName, lines.lineNumber(),
+                "analog value " + std::to_string(c + 1) + " '" + std::string(fields[2 + c]) + "' is not a number");
         values[c] = *value;
     }
 }

@@ -9,17 +9,21 @@ namespace tarnel::recordings {
 
 const char* dataTypeName(ComtradeDataType type) {
     switch (type) {
-        case ComtradeDataType::Ascii: return "ASCII";
-        case ComtradeDataType::Binary: return "BINARY";
-        case ComtradeDataType::Binary32: return "BINARY32";
-        case ComtradeDataType::Float32: return "FLOAT32";
+        case ComtradeDataType::Ascii:
+            return "ASCII";
+        case ComtradeDataType::Binary:
+            return "BINARY";
+        case ComtradeDataType::Binary32:
+            return "BINARY32";
+        case ComtradeDataType::Float32:
+            return "FLOAT32";
     }
     return "?";
 }
 
 namespace {
 
-constexpr size_t kAnalogFields1991 = 10;  // n, id, ph, ccbm, uu, a, b, skew, min, max
+constexpr size_t kAnalogFields1991 = 10;    // n, id, ph, ccbm, uu, a, b, skew, min, max
 constexpr size_t kAnalogFieldsRatios = 13;  // ... primary, secondary, P/S since 1999
 
 class ConfigParser {
@@ -45,7 +49,9 @@ class ConfigParser {
     }
 
   private:
-    [[noreturn]] void fail(const std::string& problem) const { throw RecordingError(file, lines.lineNumber(), problem); }
+    [[noreturn]] void fail(const std::string& problem) const {
+        throw RecordingError(file, lines.lineNumber(), problem);
+    }
 
     std::string nextLine(const std::string& what) {
         std::string line;

@@ -9,7 +9,7 @@
 namespace tarnel::recordings {
 
 struct ComtradeSource {
-    std::string configName;        // the .cfg or .cff, for messages
+    std::string configName;  // the .cfg or .cff, for messages
     std::string configText;
     size_t configLinesBefore = 0;  // lines of a .cff above its configuration
     std::string dataName;          // the .dat or the .cff

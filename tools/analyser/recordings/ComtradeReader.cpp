@@ -64,6 +64,7 @@ void ComtradeReader::describeSections(const RecordingOptions& options) {
         double sampleRate = rate.sampleRate;
         // A rate of 0 leaves the timing to the time stamps; the parser allows it only for a single rate.
         if (sampleRate == 0.0) sampleRate = options.sampleRate ? *options.sampleRate : rateFromTimestamps();
+        if (!(sampleRate > 0.0)) throw RecordingError(meta.fileName, "the sample rate must be positive");
         meta.sections.push_back({sampleRate, first, rate.lastSample - first});
         first = rate.lastSample;
     }
@@ -106,8 +107,7 @@ double ComtradeReader::rateFromTimestamps() const {
 }
 
 // Decodes `count` records into the buffers; fewer means the data ends early.
-size_t ComtradeReader::decode(std::unique_ptr<ComtradeDataDecoder>& from, size_t count,
-                              uint64_t alreadyDecoded) const {
+size_t ComtradeReader::decode(std::unique_ptr<ComtradeDataDecoder>& from, size_t count, uint64_t alreadyDecoded) const {
     values.resize(count * config.analogs.size());
     times.resize(count);
     const size_t got = from->decode(values.data(), times.data(), count);

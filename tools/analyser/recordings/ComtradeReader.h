@@ -37,7 +37,7 @@ class ComtradeReader : public RecordingReader {
     ComtradeConfig config;
     RecordingMetadata meta;
     std::unique_ptr<ComtradeDataDecoder> decoder;
-    uint64_t decoded = 0;  // records taken from the data so far
+    uint64_t decoded = 0;    // records taken from the data so far
     uint64_t endRecord = 0;  // the record after the last one delivered
     size_t chunkRecords = 0;
     mutable std::vector<double> values, times;

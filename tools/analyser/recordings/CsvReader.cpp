@@ -12,7 +12,8 @@ namespace tarnel::recordings {
 namespace {
 
 std::string_view unquoted(std::string_view field) {
-    if (field.size() >= 2 && field.front() == '"' && field.back() == '"') return trim(field.substr(1, field.size() - 2));
+    if (field.size() >= 2 && field.front() == '"' && field.back() == '"')
+        return trim(field.substr(1, field.size() - 2));
     return field;
 }
 
@@ -21,7 +22,8 @@ std::pair<std::string, std::string> splitUnit(std::string_view header) {
     if (header.empty() || (header.back() != ']' && header.back() != ')')) return {std::string(header), ""};
     const size_t open = header.find_last_of(header.back() == ']' ? '[' : '(');
     if (open == std::string_view::npos || open == 0) return {std::string(header), ""};
-    return {std::string(trim(header.substr(0, open))), std::string(trim(header.substr(open + 1, header.size() - open - 2)))};
+    return {std::string(trim(header.substr(0, open))),
+            std::string(trim(header.substr(open + 1, header.size() - open - 2)))};
 }
 
 std::optional<double> timeUnitFactor(const std::string& unit) {
@@ -46,8 +48,7 @@ bool nextRow(LineReader& reader, std::string& row) {
 
 }  // namespace
 
-CsvReader::CsvReader(const std::string& path, const RecordingOptions& options)
-    : in(openInput(path)), lines(in) {
+CsvReader::CsvReader(const std::string& path, const RecordingOptions& options) : in(openInput(path)), lines(in) {
     meta.fileName = path;
     meta.format = "CSV";
     parseHeader();
@@ -68,7 +69,8 @@ void CsvReader::parseHeader() {
     if (headers.size() > 1 && headers.back().empty()) headers.pop_back();  // a trailing separator
     columnCount = headers.size();
     for (size_t column = 0; column < headers.size(); ++column) describeColumn(unquoted(headers[column]), column);
-    if (channelColumns.empty()) throw RecordingError(meta.fileName, lines.lineNumber(), "no channel columns in the header");
+    if (channelColumns.empty())
+        throw RecordingError(meta.fileName, lines.lineNumber(), "no channel columns in the header");
 }
 
 void CsvReader::describeColumn(std::string_view header, size_t column) {
@@ -106,7 +108,8 @@ void CsvReader::scanRows(const RecordingOptions& options) {
     size_t lastLine = 0;
     double firstTime = 0.0;
     while (nextRow(reader, row)) {
-        if (rows++ == 0 && timeColumn) firstTime = value(rowFields(row, reader.lineNumber())[*timeColumn], *timeColumn, reader.lineNumber());
+        if (rows++ == 0 && timeColumn)
+            firstTime = value(rowFields(row, reader.lineNumber())[*timeColumn], *timeColumn, reader.lineNumber());
         lastRow.swap(row);
         lastLine = reader.lineNumber();
     }
@@ -116,7 +119,8 @@ void CsvReader::scanRows(const RecordingOptions& options) {
     if (options.sampleRate)
         rate = *options.sampleRate;
     else if (timeColumn)
-        rate = sampleRateFromTimes(rows, firstTime, value(rowFields(lastRow, lastLine)[*timeColumn], *timeColumn, lastLine));
+        rate = sampleRateFromTimes(rows, firstTime,
+                                   value(rowFields(lastRow, lastLine)[*timeColumn], *timeColumn, lastLine));
     else
         throw RecordingError(meta.fileName, "no time column (time, t, timestamp or seconds); give the sample rate");
     if (!(rate > 0.0)) throw RecordingError(meta.fileName, "the sample rate must be positive");

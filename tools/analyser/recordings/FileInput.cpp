@@ -21,7 +21,8 @@ std::ifstream openInput(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         const int reason = errno;
-        throw RecordingError(path, std::string("cannot be opened") + (reason ? std::string(" (") + std::strerror(reason) + ")" : ""));
+        throw RecordingError(
+            path, std::string("cannot be opened") + (reason ? std::string(" (") + std::strerror(reason) + ")" : ""));
     }
     return in;
 }

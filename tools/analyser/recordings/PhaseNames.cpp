@@ -60,7 +60,8 @@ std::optional<PhaseId> phaseOfWord(const std::string& word) {
 std::optional<PhaseId> phaseFromField(std::string_view field) {
     std::string id;
     for (char c : field)
-        if (std::isalnum(static_cast<unsigned char>(c))) id += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        if (std::isalnum(static_cast<unsigned char>(c)))
+            id += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     // "AN", "L1N": phase to neutral is the phase itself.
     if (id.size() > 1 && id.back() == 'N') {
         std::optional<PhaseId> single = lookUp(id.substr(0, id.size() - 1));

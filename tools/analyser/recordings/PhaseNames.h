@@ -16,7 +16,7 @@ enum class PhaseScheme { Abc, Rst, L123, Digits };
 
 struct PhaseId {
     PhaseScheme scheme = PhaseScheme::Abc;
-    int phase = 0;  // 1..3; the first phase of a line-to-line pair
+    int phase = 0;            // 1..3; the first phase of a line-to-line pair
     bool lineToLine = false;  // phase to the next one in rotation: 1-2, 2-3, 3-1
 };
 

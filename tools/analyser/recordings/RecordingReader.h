@@ -31,9 +31,9 @@ struct SampleSection {
 };
 
 struct RecordingMetadata {
-    std::string fileName;  // as given by the caller, for messages
-    std::string format;    // e.g. "COMTRADE 1999 ASCII", "CSV", "WAV 16-bit PCM"
-    std::string startTime;  // as recorded; empty when the format has none
+    std::string fileName;           // as given by the caller, for messages
+    std::string format;             // e.g. "COMTRADE 1999 ASCII", "CSV", "WAV 16-bit PCM"
+    std::string startTime;          // as recorded; empty when the format has none
     double nominalFrequency = 0.0;  // 0 when the recording does not say
     std::vector<ChannelInfo> channels;
     std::vector<SampleSection> sections;  // at least one
@@ -45,10 +45,10 @@ struct RecordingMetadata {
 };
 
 struct RecordingOptions {
-    bool secondary = false;             // COMTRADE: secondary-side values instead of primary
-    std::optional<size_t> section;      // COMTRADE: deliver only this sample-rate section (1-based)
-    std::optional<double> sampleRate;   // CSV (and COMTRADE without one): the rate to use
-    double wavFullScale = 1.0;          // WAV: the physical value of digital full scale
+    bool secondary = false;            // COMTRADE: secondary-side values instead of primary
+    std::optional<size_t> section;     // COMTRADE: deliver only this sample-rate section (1-based)
+    std::optional<double> sampleRate;  // CSV (and COMTRADE without one): the rate to use
+    double wavFullScale = 1.0;         // WAV: the physical value of digital full scale
 };
 
 class RecordingReader {

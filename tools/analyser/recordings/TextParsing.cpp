@@ -24,7 +24,8 @@ std::vector<std::string_view> splitFields(std::string_view line, char delimiter)
     size_t start = 0;
     while (true) {
         const size_t end = line.find(delimiter, start);
-        fields.push_back(trim(line.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start)));
+        fields.push_back(
+            trim(line.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start)));
         if (end == std::string_view::npos) return fields;
         start = end + 1;
     }

@@ -24,7 +24,8 @@ UnitConversion convertUnit(std::string_view recordedUnit) {
     const std::string_view unit = trim(recordedUnit);
     const std::string upper = toUpper(unit);
     if (upper == "VOLT" || upper == "VOLTS") return {ChannelKind::Voltage, "V", 1.0};
-    if (upper == "AMP" || upper == "AMPS" || upper == "AMPERE" || upper == "AMPERES") return {ChannelKind::Current, "A", 1.0};
+    if (upper == "AMP" || upper == "AMPS" || upper == "AMPERE" || upper == "AMPERES")
+        return {ChannelKind::Current, "A", 1.0};
     if (!unit.empty() && unit.size() <= 2) {
         const char base = static_cast<char>(upper.back());
         bool known = false;

@@ -129,7 +129,8 @@ size_t WavReader::readChunk(float* out, size_t maxSamples) {
         if (!in.read(reinterpret_cast<char*>(buffer.data()), static_cast<std::streamsize>(buffer.size())))
             throw RecordingError(meta.fileName, "ends early: changed while read");
         for (size_t k = 0; k < frames * channelCount; ++k)
-            out[done * channelCount + k] = static_cast<float>(meta.channels[k % channelCount].scale * sampleValue(buffer.data() + k * width));
+            out[done * channelCount + k] =
+                static_cast<float>(meta.channels[k % channelCount].scale * sampleValue(buffer.data() + k * width));
         done += frames;
     }
     framesLeft -= wanted;

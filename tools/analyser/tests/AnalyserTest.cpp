@@ -6,6 +6,7 @@
 
 #include "AnalyserOptions.h"
 #include "Analysis.h"
+#include "RecordingSource.h"
 #include "Report.h"
 #include "SyntheticRecording.h"
 
@@ -100,4 +101,22 @@ TEST(AnalyserOptionsTest, ParsesEveryOptionAndRefusesBadOnes) {
     EXPECT_THROW(parseOptions(2, const_cast<char**>(missing)), std::invalid_argument);
     const char* backend[] = {"tarnel-analyse", "--backend", "gpu"};
     EXPECT_THROW(parseOptions(3, const_cast<char**>(backend)), std::invalid_argument);
+}
+
+TEST(AnalyserInputTest, RefusesMissingFilesAndRecordingsShorterThanABlock) {
+    AnalyserOptions missing;
+    missing.input = "no-such-recording.cfg";
+    try {
+        openRecordingSource(missing);
+        FAIL() << "a missing recording was accepted";
+    } catch (const std::exception& e) {
+        EXPECT_NE(std::string(e.what()).find("no-such-recording.cfg"), std::string::npos) << e.what();
+    }
+
+    // 0.15 s is seven and a half periods: too short for one 10-period block.
+    SyntheticRecording shortRecording(51200.0, 0.15);
+    AnalysisSettings settings;
+    settings.backend = BackendKind::Cpu;
+    Analysis analysis(shortRecording, settings, {});
+    EXPECT_EQ(analysis.run(), 0u);
 }

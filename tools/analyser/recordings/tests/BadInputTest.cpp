@@ -29,7 +29,8 @@ std::string failureOf(const std::string& path) {
     return "no error";
 }
 
-std::string comtradeWithData(const TempDir& dir, const ComtradeSpec& spec, const std::function<void(std::string&)>& damage) {
+std::string comtradeWithData(const TempDir& dir, const ComtradeSpec& spec,
+                             const std::function<void(std::string&)>& damage) {
     std::string data = datBytes(spec);
     damage(data);
     dir.write("rec.dat", data);
@@ -62,13 +63,20 @@ std::string wavWithFormat(uint16_t format, unsigned bits, size_t cut) {
 const std::vector<BadCase>& cases() {
     static const std::vector<BadCase> all = {
         {"missing file", [](const TempDir& d) { return d.file("nope.cfg"); }, "nope.cfg: no such file"},
-        {"folder", [](const TempDir& d) { fs::create_directory(d.file("x.csv")); return d.file("x.csv"); },
+        {"folder",
+         [](const TempDir& d) {
+             fs::create_directory(d.file("x.csv"));
+             return d.file("x.csv");
+         },
          "x.csv: not a regular file"},
-        {"unknown type", [](const TempDir& d) { return d.write("rec.txt", "1,2\n"); }, "rec.txt: unknown recording type '.txt'"},
+        {"unknown type", [](const TempDir& d) { return d.write("rec.txt", "1,2\n"); },
+         "rec.txt: unknown recording type '.txt'"},
         {"no data file", [](const TempDir& d) { return d.write("rec.cfg", cfgText(ComtradeSpec())); },
          "rec.cfg: no .dat file beside it (expected rec.dat)"},
         {"truncated binary",
-         [](const TempDir& d) { return comtradeWithData(d, binarySpec(), [](std::string& s) { s.resize(s.size() - 3); }); },
+         [](const TempDir& d) {
+             return comtradeWithData(d, binarySpec(), [](std::string& s) { s.resize(s.size() - 3); });
+         },
          "rec.dat: truncated: holds 199 whole samples, the configuration declares 200"},
         {"truncated text",
          [](const TempDir& d) {
@@ -77,17 +85,22 @@ const std::vector<BadCase>& cases() {
          "rec.dat: truncated: ends after 150 of the 200 samples"},
         {"channel count in the data",
          [](const TempDir& d) {
-             return comtradeWithData(d, ComtradeSpec(), [](std::string& s) { s.erase(s.rfind(",", s.find("\r\n5,")) - 2, 2); });
+             return comtradeWithData(d, ComtradeSpec(),
+                                     [](std::string& s) { s.erase(s.rfind(",", s.find("\r\n5,")) - 2, 2); });
          },
          "rec.dat:4: 6 values, but the configuration declares 5 channels"},
         {"no samples", [](const TempDir& d) { return comtradeWithData(d, withoutSamples(), [](std::string&) {}); },
          "rec.cfg: the recording holds no samples"},
-        {"no analog channels", [](const TempDir& d) { return comtradeWithData(d, withoutAnalogs(), [](std::string&) {}); },
+        {"no analog channels",
+         [](const TempDir& d) { return comtradeWithData(d, withoutAnalogs(), [](std::string&) {}); },
          "rec.cfg: no analog channels"},
-        {"cff without configuration", [](const TempDir& d) { return d.write("r.cff", "--- file type: DAT ASCII ---\n1,0,5\n"); },
+        {"cff without configuration",
+         [](const TempDir& d) { return d.write("r.cff", "--- file type: DAT ASCII ---\n1,0,5\n"); },
          "r.cff: no CFG section before the data"},
-        {"empty csv", [](const TempDir& d) { return d.write("x.csv", "\n\n"); }, "x.csv: empty file, expected a header row"},
-        {"csv header only", [](const TempDir& d) { return d.write("x.csv", "time,Va\n"); }, "x.csv: no data rows below the header"},
+        {"empty csv", [](const TempDir& d) { return d.write("x.csv", "\n\n"); },
+         "x.csv: empty file, expected a header row"},
+        {"csv header only", [](const TempDir& d) { return d.write("x.csv", "time,Va\n"); },
+         "x.csv: no data rows below the header"},
         {"csv short row", [](const TempDir& d) { return d.write("x.csv", "time,Va,Ia\n0,1,2\n0.1,1\n0.2,1,2\n"); },
          "x.csv:3: 2 fields, the header has 3"},
         {"csv text value", [](const TempDir& d) { return d.write("x.csv", "t,Va\n0,1\n0.5,abc\n1,2\n"); },

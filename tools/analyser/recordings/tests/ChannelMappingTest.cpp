@@ -12,13 +12,14 @@ using namespace recordings_test;
 namespace {
 
 struct Channel {
+    Channel(std::string channelName, std::string channelUnit, std::string channelPhase = "")
+        : name(std::move(channelName)), unit(std::move(channelUnit)), phase(std::move(channelPhase)) {}
     std::string name, unit, phase;
 };
 
-RecordingMetadata recording(const std::vector<Channel>& channels, double nominalFrequency = 0.0) {
+RecordingMetadata recording(const std::vector<Channel>& channels) {
     RecordingMetadata meta;
     meta.fileName = "rec.cfg";
-    meta.nominalFrequency = nominalFrequency;
     for (const Channel& c : channels) {
         const UnitConversion unit = convertUnit(c.unit);
         meta.channels.push_back({c.name, c.phase, unit.unit, unit.kind, unit.factor, 0.0});
@@ -50,33 +51,68 @@ TEST_P(AutomaticMapping, FindsPhaseOrderAndGridType) {
 INSTANTIATE_TEST_SUITE_P(
     Namings, AutomaticMapping,
     ::testing::Values(
-        AutoCase{"AbcStar", {{"Ia", "A"}, {"Ib", "A"}, {"Ic", "A"}, {"Va", "V"}, {"Vb", "V"}, {"Vc", "V"}}, 1, false,
-                 {3, 4, 5}, {0, 1, 2}},
+        AutoCase{"AbcStar",
+                 {{"Ia", "A"}, {"Ib", "A"}, {"Ic", "A"}, {"Va", "V"}, {"Vb", "V"}, {"Vc", "V"}},
+                 1,
+                 false,
+                 {3, 4, 5},
+                 {0, 1, 2}},
         AutoCase{"RstShuffledWithSpareCurrent",
-                 {{"HV Bus VT", "V"}, {"HV Bus VR", "V"}, {"HV Bus VS", "V"}, {"HV IR", "A"}, {"HV IS", "A"},
-                  {"HV IT", "A"}, {"LV IR", "A"}},
-                 1, false, {1, 2, 0}, {3, 4, 5}},
-        AutoCase{"L123TwoCurrents", {{"UL1", "kV"}, {"UL2", "kV"}, {"UL3", "kV"}, {"IL1", "kA"}, {"IL3", "kA"}}, 2,
-                 false, {0, 1, 2}, {3, 4}},
-        AutoCase{"Delta", {{"VAB", "V"}, {"VBC", "V"}, {"VCA", "V"}, {"IA", "A"}, {"IB", "A"}, {"IC", "A"}}, 3, true,
-                 {0, 1, 2}, {3, 4, 5}},
-        AutoCase{"DeltaTwoCurrents", {{"UL12", "V"}, {"UL23", "V"}, {"UL31", "V"}, {"IL1", "A"}, {"IL2", "A"}}, 4,
-                 true, {0, 1, 2}, {3, 4}},
+                 {{"HV Bus VT", "V"},
+                  {"HV Bus VR", "V"},
+                  {"HV Bus VS", "V"},
+                  {"HV IR", "A"},
+                  {"HV IS", "A"},
+                  {"HV IT", "A"},
+                  {"LV IR", "A"}},
+                 1,
+                 false,
+                 {1, 2, 0},
+                 {3, 4, 5}},
+        AutoCase{"L123TwoCurrents",
+                 {{"UL1", "kV"}, {"UL2", "kV"}, {"UL3", "kV"}, {"IL1", "kA"}, {"IL3", "kA"}},
+                 2,
+                 false,
+                 {0, 1, 2},
+                 {3, 4}},
+        AutoCase{"Delta",
+                 {{"VAB", "V"}, {"VBC", "V"}, {"VCA", "V"}, {"IA", "A"}, {"IB", "A"}, {"IC", "A"}},
+                 3,
+                 true,
+                 {0, 1, 2},
+                 {3, 4, 5}},
+        AutoCase{"DeltaTwoCurrents",
+                 {{"UL12", "V"}, {"UL23", "V"}, {"UL31", "V"}, {"IL1", "A"}, {"IL2", "A"}},
+                 4,
+                 true,
+                 {0, 1, 2},
+                 {3, 4}},
         AutoCase{"TwoPhases", {{"Va", "V"}, {"Vb", "V"}, {"Ia", "A"}, {"Ib", "A"}}, 5, false, {0, 1}, {2, 3}},
         AutoCase{"TwoDeltaVoltages", {{"VAB", "V"}, {"VBC", "V"}, {"IA", "A"}, {"IC", "A"}}, 6, true, {0, 1}, {2, 3}},
         AutoCase{"SinglePhaseUnnamed", {{"FREQ", "Hz"}, {"U", "V"}, {"I", "A"}}, 0, false, {1}, {2}},
         AutoCase{"VoltagesOnlyIgnoringSyncAndResidual",
-                 {{"VA", "kV"}, {"VB", "kV"}, {"VC", "kV"}, {"VS", "kV"}, {"3U0", "V"}, {"VN", "V"}}, 1, false,
-                 {0, 1, 2}, {}},
-        AutoCase{"PhaseFieldBeforeName", {{"Ch1", "kV", "C"}, {"Ch2", "kV", "A"}, {"Ch3", "kV", "B"}}, 1, false,
-                 {1, 2, 0}, {}},
+                 {{"VA", "kV"}, {"VB", "kV"}, {"VC", "kV"}, {"VS", "kV"}, {"3U0", "V"}, {"VN", "V"}},
+                 1,
+                 false,
+                 {0, 1, 2},
+                 {}},
+        AutoCase{"PhaseFieldBeforeName",
+                 {{"Ch1", "kV", "CN"}, {"Ch2", "kV", "A"}, {"Ch3", "kV", "B-N"}},
+                 1,
+                 false,
+                 {1, 2, 0},
+                 {}},
         AutoCase{"StarPreferredOverDelta",
-                 {{"VAB", "V"}, {"VBC", "V"}, {"VCA", "V"}, {"VA", "V"}, {"VB", "V"}, {"VC", "V"}}, 1, false,
-                 {3, 4, 5}, {}},
+                 {{"VAB", "V"}, {"VBC", "V"}, {"VCA", "V"}, {"VA", "V"}, {"VB", "V"}, {"VC", "V"}},
+                 1,
+                 false,
+                 {3, 4, 5},
+                 {}},
         AutoCase{"LoneCurrentDropped", {{"VA", "V"}, {"VB", "V"}, {"VC", "V"}, {"IA", "A"}}, 1, false, {0, 1, 2}, {}}),
-    [](const ::testing::TestParamInfo<AutoCase>& info) { return info.param.name; });
+    [](const ::testing::TestParamInfo<AutoCase>& param) { return param.param.name; });
 
-const std::vector<Channel> kStarChannels = {{"Ia", "A"}, {"Ib", "A"}, {"Ic", "A"}, {"Va", "V"}, {"Vb", "V"}, {"Vc", "V"}};
+const std::vector<Channel> kStarChannels = {{"Ia", "A"}, {"Ib", "A"}, {"Ic", "A"},
+                                            {"Va", "V"}, {"Vb", "V"}, {"Vc", "V"}};
 
 TEST(ChannelMapping, FollowsTheUsersChoices) {
     MappingOptions options;
@@ -104,37 +140,36 @@ TEST(ChannelMapping, FollowsTheUsersChoices) {
     EXPECT_EQ(map.currents, (Indices{0}));
 }
 
-TEST(ChannelMapping, TakesNominalValuesFromOptionsBeforeTheRecording) {
-    MappingOptions options;
-    ChannelMap map = mapChannels(recording(kStarChannels, 60.0), options);
-    EXPECT_EQ(map.nominalFrequency, 60.0);
-    EXPECT_FALSE(map.nominalVoltage.has_value());
-    EXPECT_FALSE(mapChannels(recording(kStarChannels), options).nominalFrequency.has_value());
-    options.nominalFrequency = 50.0;
-    options.nominalVoltage = 7967.0;
-    map = mapChannels(recording(kStarChannels, 60.0), options);
-    EXPECT_EQ(map.nominalFrequency, 50.0);
-    EXPECT_EQ(map.nominalVoltage, 7967.0);
-}
-
 TEST(ChannelMapping, RefusesSystemsTheChannelsCannotForm) {
     const auto failure = [](const std::vector<Channel>& channels, const std::function<void(MappingOptions&)>& set) {
         MappingOptions options;
         set(options);
         return errorOf([&] { mapChannels(recording(channels), options); });
     };
-    EXPECT_EQ(failure(kStarChannels, [](MappingOptions& o) { o.gridType = 3, o.delta = false; }),
+    EXPECT_EQ(failure(kStarChannels,
+                      [](MappingOptions& o) {
+                          o.gridType = 3;
+                          o.delta = false;
+                      }),
               "rec.cfg: grid type 3 has delta voltages, not star");
     EXPECT_EQ(failure(kStarChannels, [](MappingOptions& o) { o.gridType = 9; }),
               "rec.cfg: unknown grid type 9 (expected 0 to 7)");
-    EXPECT_EQ(failure(kStarChannels, [](MappingOptions& o) { o.voltageChannels = {"Va", "Vx"}; }),
+    EXPECT_EQ(failure(kStarChannels,
+                      [](MappingOptions& o) {
+                          o.voltageChannels = {"Va", "Vx"};
+                      }),
               "rec.cfg: no channel 'Vx' (it has 6 channels, numbered from 1)");
-    EXPECT_EQ(failure(kStarChannels, [](MappingOptions& o) { o.gridType = 1, o.voltageChannels = {"Va", "Vb"}; }),
+    EXPECT_EQ(failure(kStarChannels,
+                      [](MappingOptions& o) {
+                          o.gridType = 1;
+                          o.voltageChannels = {"Va", "Vb"};
+                      }),
               "rec.cfg: grid type 1 takes 3 voltage channels, given 2 (Va, Vb)");
     EXPECT_EQ(failure({{"Ia", "A"}, {"Ib", "A"}, {"Ic", "A"}, {"Va", "V"}}, [](MappingOptions& o) { o.gridType = 1; }),
               "rec.cfg: grid type 1 takes 3 voltage channels, found 1 (Va)");
-    EXPECT_EQ(failure({{"Ia", "A"}, {"FREQ", "Hz"}}, [](MappingOptions&) {}),
-              "rec.cfg: no voltage channels recognised among its 2 channels; name them with the voltage channel option");
+    EXPECT_EQ(
+        failure({{"Ia", "A"}, {"FREQ", "Hz"}}, [](MappingOptions&) {}),
+        "rec.cfg: no voltage channels recognised among its 2 channels; name them with the voltage channel option");
 }
 
 }  // namespace

@@ -32,7 +32,8 @@ std::string sineCsv(size_t rows, double rate, char separator, bool decimalComma)
 }
 
 TEST(CsvReader, ReadsTimeUnitsSeparatorsAndDecimalCommas) {
-    for (const auto& [separator, decimalComma] : {std::pair{',', false}, std::pair{';', true}, std::pair{'\t', false}}) {
+    for (const auto& [separator, decimalComma] :
+         {std::pair{',', false}, std::pair{';', true}, std::pair{'\t', false}}) {
         TempDir dir;
         CsvReader reader(dir.write("x.csv", sineCsv(300, 3000.0, separator, decimalComma)), {});
         const RecordingMetadata& meta = reader.metadata();

@@ -43,15 +43,16 @@ void putBinaryRecord(std::string& out, const ComtradeSpec& spec, uint64_t n) {
 }  // namespace
 
 std::string cfgText(const ComtradeSpec& spec) {
-    const bool old = spec.revision.empty();
+    const bool old = spec.revision.empty() || spec.revision == "1991";
     std::ostringstream cfg;
     cfg.precision(17);
-    cfg << "Test station,rig" << (old ? "" : "," + spec.revision) << "\r\n";
+    cfg << "Test station,rig" << (spec.revision.empty() ? "" : "," + spec.revision) << "\r\n";
     cfg << spec.analogs.size() + spec.digitals << "," << spec.analogs.size() << "A," << spec.digitals << "D\r\n";
     for (size_t c = 0; c < spec.analogs.size(); ++c) {
         const AnalogSpec& a = spec.analogs[c];
         // Empty skew and real min/max, as real recorders write them.
-        cfg << c + 1 << "," << a.name << "," << a.phase << ",," << a.unit << "," << a.a << "," << a.b << ",,-32767.0,32767.0";
+        cfg << c + 1 << "," << a.name << "," << a.phase << ",," << a.unit << "," << a.a << "," << a.b
+            << ",,-32767.0,32767.0";
         if (!old) cfg << "," << a.primary << "," << a.secondary << "," << a.side;
         cfg << "\r\n";
     }
@@ -72,7 +73,8 @@ std::string datBytes(const ComtradeSpec& spec) {
             continue;
         }
         out += std::to_string(n + 1) + "," + (spec.missingTimes ? "" : std::to_string(timeStamp(spec, n)));
-        for (size_t c = 0; c < spec.analogs.size(); ++c) out += "," + std::to_string(static_cast<int64_t>(stored(spec, c, n)));
+        for (size_t c = 0; c < spec.analogs.size(); ++c)
+            out += "," + std::to_string(static_cast<int64_t>(stored(spec, c, n)));
         for (size_t d = 0; d < spec.digitals; ++d) out += n & 1 ? ",1" : ",0";
         out += "\r\n";
     }
@@ -88,7 +90,8 @@ std::string wavBytes(uint16_t format, unsigned bits, double rate, const std::vec
             if (format == 3)
                 putFloat(data, static_cast<float>(v));
             else
-                putLe(data, static_cast<uint64_t>(std::llround(v * std::ldexp(1.0, static_cast<int>(bits) - 1))), width);
+                putLe(data, static_cast<uint64_t>(std::llround(v * std::ldexp(1.0, static_cast<int>(bits) - 1))),
+                      width);
         }
     std::string fmt;
     putLe(fmt, extensible ? 0xFFFE : format, 2);
@@ -107,7 +110,12 @@ std::string wavBytes(uint16_t format, unsigned bits, double rate, const std::vec
     std::string body = "WAVEfmt ";
     putLe(body, fmt.size(), 4);
     body += fmt;
-    if (oddChunkBeforeData) body += std::string("LIST\x03\x00\x00\x00abc\x00", 12);  // padded to an even size
+    if (oddChunkBeforeData)
+        body += std::string(
+            "LIST\x03\x00\x00\x00"
+            "abc"
+            "\x00",
+            12);  // padded to an even size
     body += "data";
     putLe(body, data.size(), 4);
     body += data;

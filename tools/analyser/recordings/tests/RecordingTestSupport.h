@@ -53,7 +53,7 @@ struct AnalogSpec {
 };
 
 struct ComtradeSpec {
-    std::string revision = "1999";  // "" writes the 1991 layout
+    std::string revision = "1999";  // "" or "1991" write the 1991 layout, with or without the year
     std::string dataType = "ASCII";
     std::vector<AnalogSpec> analogs = {{"VA", "A", "V", 0.01, 0.5, 325.0, 0.0},
                                        {"IA", "A", "A", 0.002, -0.1, 14.0, -0.5}};
@@ -86,7 +86,8 @@ inline std::string writeComtrade(const TempDir& dir, const ComtradeSpec& spec, c
 inline std::vector<float> readAll(tarnel::recordings::RecordingReader& reader, size_t chunk = 7) {
     const size_t channels = reader.metadata().channels.size();
     std::vector<float> all, buffer(chunk * channels);
-    while (size_t n = reader.readChunk(buffer.data(), chunk)) all.insert(all.end(), buffer.begin(), buffer.begin() + n * channels);
+    while (size_t n = reader.readChunk(buffer.data(), chunk))
+        all.insert(all.end(), buffer.begin(), buffer.begin() + n * channels);
     return all;
 }
 
