@@ -29,11 +29,11 @@ namespace {
 
 constexpr double kSampleRate = 51200.0;
 constexpr double kFrequency = 50.0;
-constexpr unsigned kBlock = 10240;                    // 10 periods of 50 Hz
+constexpr unsigned kBlock = 10240;                     // 10 periods of 50 Hz
 constexpr unsigned long long kRing = 4ull * 51200ull;  // 4 s, a whole number of blocks and periods
 constexpr int kFftLength = 16384;
-constexpr int kChannels = 9;    // 3 voltages, 3 currents, 3 line-to-line voltages
-constexpr int kInFlight = 3;    // blocks scheduled but not yet collected
+constexpr int kChannels = 9;  // 3 voltages, 3 currents, 3 line-to-line voltages
+constexpr int kInFlight = 3;  // blocks scheduled but not yet collected
 constexpr int kRepetitions = 7;
 
 // A module of the reference configuration with its whole sample ring filled
@@ -124,8 +124,7 @@ BlockHarness& harnessFor(BackendKind kind) {
 void setBlockCounters(benchmark::State& state) {
     const auto blocks = static_cast<double>(state.iterations());
     state.counters["blocks_per_s"] = benchmark::Counter(blocks, benchmark::Counter::kIsRate);
-    state.counters["realtime_factor"] =
-        benchmark::Counter(blocks * kBlock / kSampleRate, benchmark::Counter::kIsRate);
+    state.counters["realtime_factor"] = benchmark::Counter(blocks * kBlock / kSampleRate, benchmark::Counter::kIsRate);
 }
 
 void runBlocks(benchmark::State& state, BackendKind kind) {
@@ -152,8 +151,8 @@ void BM_FftwAlone(benchmark::State& state) {
     float* in = fftwf_alloc_real(static_cast<size_t>(kFftLength) * kChannels);
     fftwf_complex* out = fftwf_alloc_complex(static_cast<size_t>(bins) * kChannels);
     const int n[1] = {kFftLength};
-    fftwf_plan plan = fftwf_plan_many_dft_r2c(1, n, kChannels, in, nullptr, 1, kFftLength, out, nullptr, 1, bins,
-                                              FFTW_MEASURE);
+    fftwf_plan plan =
+        fftwf_plan_many_dft_r2c(1, n, kChannels, in, nullptr, 1, kFftLength, out, nullptr, 1, bins, FFTW_MEASURE);
     for (int c = 0; c < kChannels; ++c) {
         for (int k = 0; k < kFftLength; ++k)
             in[c * kFftLength + k] = k < static_cast<int>(kBlock)

@@ -8,41 +8,71 @@ const char* deviceErrorString(int code) {
     // The texts the CUDA runtime gives for the codes this library can meet;
     // the CPU backend raises the same codes for the same conditions.
     switch (code) {
-        case 0: return "no error";
-        case 1: return "invalid argument";
-        case 2: return "out of memory";
-        case 3: return "initialization error";
-        case 4: return "driver shutting down";
-        case 35: return "CUDA driver version is insufficient for CUDA runtime version";
-        case 100: return "no CUDA-capable device is detected";
-        case 101: return "invalid device ordinal";
-        case 209: return "no kernel image is available for execution on the device";
-        case 400: return "invalid resource handle";
-        case 600: return "device not ready";
-        case 700: return "an illegal memory access was encountered";
-        case 719: return "unspecified launch failure";
-        case 999: return "unknown error";
-        default: return "unrecognized error code";
+        case 0:
+            return "no error";
+        case 1:
+            return "invalid argument";
+        case 2:
+            return "out of memory";
+        case 3:
+            return "initialization error";
+        case 4:
+            return "driver shutting down";
+        case 35:
+            return "CUDA driver version is insufficient for CUDA runtime version";
+        case 100:
+            return "no CUDA-capable device is detected";
+        case 101:
+            return "invalid device ordinal";
+        case 209:
+            return "no kernel image is available for execution on the device";
+        case 400:
+            return "invalid resource handle";
+        case 600:
+            return "device not ready";
+        case 700:
+            return "an illegal memory access was encountered";
+        case 719:
+            return "unspecified launch failure";
+        case 999:
+            return "unknown error";
+        default:
+            return "unrecognized error code";
     }
 }
 
 const char* cufftErrorText(int result) {
     switch (result) {
-        case 0: return "CUFFT_SUCCESS";
-        case 1: return "Invalid plan";
-        case 2: return "Alloc failed";
-        case 3: return "Invalid type";
-        case 4: return "Invalid value";
-        case 5: return "Internal error";
-        case 6: return "cufft exec failed";
-        case 7: return "cufft setup failed";
-        case 8: return "Invalid size";
-        case 9: return "Unaligned data";
-        case 11: return "Invalid device";
-        case 13: return "No workspace";
-        case 14: return "Not implemented";
-        case 16: return "Not supported";
-        default: return "<unknown>";
+        case 0:
+            return "CUFFT_SUCCESS";
+        case 1:
+            return "Invalid plan";
+        case 2:
+            return "Alloc failed";
+        case 3:
+            return "Invalid type";
+        case 4:
+            return "Invalid value";
+        case 5:
+            return "Internal error";
+        case 6:
+            return "cufft exec failed";
+        case 7:
+            return "cufft setup failed";
+        case 8:
+            return "Invalid size";
+        case 9:
+            return "Unaligned data";
+        case 11:
+            return "Invalid device";
+        case 13:
+            return "No workspace";
+        case 14:
+            return "Not implemented";
+        case 16:
+            return "Not supported";
+        default:
+            return "<unknown>";
     }
 }
 

@@ -34,7 +34,8 @@ void PowerBuffers::addSampleItems(const PowerGridConfig& grid) {
     const unsigned short d = config.getDeltaWaveformsCount();
     // Period values read the derived phase, line-to-line and current waveforms
     // on the host, so they bring those back even with waveforms off.
-    const Copy w = (config.waveformsEnabled || config.areAnyPeriodValuesEnabled()) ? Copy::DeviceToHost : Copy::DeviceOnly;
+    const Copy w =
+        (config.waveformsEnabled || config.areAnyPeriodValuesEnabled()) ? Copy::DeviceToHost : Copy::DeviceOnly;
     if (grid.starVoltages) samplesBuffer.addItems(slots::kVoltages, v, Copy::HostToDevice);
     if (!grid.starVoltages) samplesBuffer.addItems(slots::kVoltages, p, w);
     if (config.currentEnabled) {
@@ -140,8 +141,8 @@ void PowerBuffers::initialize() {
         if (ll > 0) addHarmonicItems(slots::kInterharmonicsUL, ll);
     }
     if (currents) {
-        for (unsigned short first : {slots::kActivePowers, slots::kReactivePowers, slots::kApparentPowers,
-                                     slots::kImpedances})
+        for (unsigned short first :
+             {slots::kActivePowers, slots::kReactivePowers, slots::kApparentPowers, slots::kImpedances})
             addHarmonicItems(first, p);
     }
     addHarmonicItems(slots::kAnglesU, p);

@@ -28,7 +28,9 @@ bool PowerConfig::areAnyPeriodValuesEnabled() const {
     return periodValuesEnabled || fundamentalPeriodValuesEnabled || arePeriodSymmetricalComponentsEnabled();
 }
 
-bool PowerConfig::areSymmetricalComponentsEnabled() const { return symmetricalComponentsEnabled && isThreePhase(*this); }
+bool PowerConfig::areSymmetricalComponentsEnabled() const {
+    return symmetricalComponentsEnabled && isThreePhase(*this);
+}
 
 bool PowerConfig::arePeriodSymmetricalComponentsEnabled() const {
     return periodSymmetricalComponentsEnabled && isThreePhase(*this);
@@ -88,7 +90,8 @@ unsigned long long PowerConfig::getFftLength(unsigned long long length, double f
 
 unsigned long long PowerConfig::getRequiredHarmonicsCount() const {
     const auto requested = static_cast<uint32_t>(highestRequestedHarmonic);
-    if (thdEnabled) return static_cast<unsigned long long>(std::max(requested, static_cast<uint32_t>(thdHighestHarmonic))) + 1;
+    if (thdEnabled)
+        return static_cast<unsigned long long>(std::max(requested, static_cast<uint32_t>(thdHighestHarmonic))) + 1;
     return static_cast<unsigned long long>(std::max(requested, 1u)) + 1;
 }
 

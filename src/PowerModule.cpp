@@ -21,7 +21,7 @@ PowerModule::~PowerModule() = default;
 BackendKind PowerModule::getBackendKind() const { return impl->getBackendKind(); }
 
 // Settings that change the buffer layout, the plans or the detectors rebuild.
-#define TARNEL_REBUILDING_SETTING(Name, Type, field)                                         \
+#define TARNEL_REBUILDING_SETTING(Name, Type, field)                                             \
     void PowerModule::set##Name(Type value) { impl->setAndRebuild(&PowerConfig::field, value); } \
     Type PowerModule::get##Name() const { return impl->getConfig().field; }
 
@@ -43,7 +43,7 @@ TARNEL_REBUILDING_SETTING(ThdHighestHarmonic, int, thdHighestHarmonic)
 #undef TARNEL_REBUILDING_SETTING
 
 // The same for getters that are not const in the public interface.
-#define TARNEL_REBUILDING_SETTING_MUTABLE_GET(Name, Type, field)                             \
+#define TARNEL_REBUILDING_SETTING_MUTABLE_GET(Name, Type, field)                                 \
     void PowerModule::set##Name(Type value) { impl->setAndRebuild(&PowerConfig::field, value); } \
     Type PowerModule::get##Name() { return impl->getConfig().field; }
 
@@ -133,7 +133,8 @@ void PowerModule::scheduleForPeriodCalculation(int count, unsigned long long* fi
                                                double* frequencies, bool* valid) const {
     impl->scheduleForPeriodCalculation(count, firstSamples, lengths, frequencies, valid);
 }
-void PowerModule::scheduleForPeriodCalculationFromZeroCrossing(const std::vector<ZeroCrossingInterval>& intervals) const {
+void PowerModule::scheduleForPeriodCalculationFromZeroCrossing(
+    const std::vector<ZeroCrossingInterval>& intervals) const {
     impl->scheduleForPeriodCalculationFromZeroCrossing(intervals);
 }
 void PowerModule::getPeriodResults(int* count, bool* more, PowerResultsPeriod** results) {

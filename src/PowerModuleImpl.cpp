@@ -91,8 +91,8 @@ void PowerModule::PowerModuleImpl::deinit() {
 
 void PowerModule::PowerModuleImpl::configureDetectors() {
     const PowerGridConfig grid = config.getGridConfig();
-    const std::pair<RvcMultiPhaseCalculation*, unsigned> rvcSets[] = {{&rvcCalculation, grid.phasesCount},
-                                                                     {&rvcLineToLineCalculation, grid.lineToLineCount}};
+    const std::pair<RvcMultiPhaseCalculation*, unsigned> rvcSets[] = {
+        {&rvcCalculation, grid.phasesCount}, {&rvcLineToLineCalculation, grid.lineToLineCount}};
     for (const auto& [set, count] : rvcSets) {
         set->setNumberOfPhases(count);
         for (unsigned p = 0; p < count; ++p) {
@@ -150,8 +150,8 @@ unsigned long long PowerModule::PowerModuleImpl::getFftLength(unsigned long long
 }
 
 unsigned char PowerModule::PowerModuleImpl::getHarmonicOutputsCount() const {
-    const int perPhase = (config.currentEnabled ? 6 : 1) +
-                         (config.interHarmonicsEnabled ? (config.currentEnabled ? 2 : 1) : 0);
+    const int perPhase =
+        (config.currentEnabled ? 6 : 1) + (config.interHarmonicsEnabled ? (config.currentEnabled ? 2 : 1) : 0);
     return static_cast<unsigned char>(perPhase * config.getPhasesCount());
 }
 
@@ -178,8 +178,8 @@ void PowerModule::PowerModuleImpl::reset(unsigned long long firstSampleIndex) {
     periodValueCounter = 0;
     std::lock_guard<std::mutex> lock(resultsMutex);
     resultsQueue.clear();
-    currentQueueItem = std::make_shared<PowerResultsQueueItem>(backend, config.sampleRate, 0, firstSampleIndex, 0, 0,
-                                                               0, cudaStreams[0]);
+    currentQueueItem = std::make_shared<PowerResultsQueueItem>(backend, config.sampleRate, 0, firstSampleIndex, 0, 0, 0,
+                                                               cudaStreams[0]);
     resultsQueue.push_back(currentQueueItem);
     periodStartQueue.clear();
     periodResultsQueue.clear();

@@ -3,8 +3,8 @@
 #pragma once
 
 #include <array>
-#include <complex>
 #include <atomic>
+#include <complex>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -44,7 +44,9 @@ class PowerModule::PowerModuleImpl {
     PowerGridConfigType getGridConfigType() const { return config.gridConfigType; }
     PowerGridConfig getGridConfig() const { return config.getGridConfig(); }
     bool getFullFftEnabled() const { return config.fullFftEnabled && !config.variableFrequency; }
-    bool getAnyPeriodValuesEnabled() const { return config.periodValuesEnabled || config.fundamentalPeriodValuesEnabled; }
+    bool getAnyPeriodValuesEnabled() const {
+        return config.periodValuesEnabled || config.fundamentalPeriodValuesEnabled;
+    }
     unsigned long long getFftLength(unsigned long long length, double frequency) const;
     unsigned char getHarmonicOutputsCount() const;
     unsigned long long getMaxHarmonicsCount() const;

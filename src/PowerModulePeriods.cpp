@@ -60,8 +60,8 @@ void writeReference(const ReferenceRing& ring, unsigned long long sample, double
 // periods per sample. The phasor is turned by a fixed rotation from sample to
 // sample and set exactly again every few hundred samples, which keeps it
 // within a few units of the last place of the direct cosine and sine.
-void writeReferenceRun(const ReferenceRing& ring, unsigned long long first, unsigned long long count,
-                       double frequency, double phase, double step, double validity) {
+void writeReferenceRun(const ReferenceRing& ring, unsigned long long first, unsigned long long count, double frequency,
+                       double phase, double step, double validity) {
     constexpr unsigned long long kExactEvery = 256;
     const double turnCos = std::cos(kTwoPi * step), turnSin = std::sin(kTwoPi * step);
     double c = 0.0, s = 0.0;

@@ -69,7 +69,8 @@ void PowerModule::PowerModuleImpl::fillPhase(PowerResultsGeneral& record, const 
         return buffers.harmonicsBuffer.getHostBufferAt(item.getFirstHarmonicSampleIndex(), h, s);
     };
     auto spectra = [&](unsigned short s) -> const float2* {
-        return buffers.fftOutputBuffer.getHostBufferAt(item.getFirstFftOutputSampleIndex(), item.getFftOutputLength(), s);
+        return buffers.fftOutputBuffer.getHostBufferAt(item.getFirstFftOutputSampleIndex(), item.getFftOutputLength(),
+                                                       s);
     };
 
     r.rectifiedMeanU = d.rectifiedMeanU / length;
@@ -126,7 +127,8 @@ void PowerModule::PowerModuleImpl::fillPhase(PowerResultsGeneral& record, const 
     }
     if (!config.thdEnabled) return;
     calculateThd(r.thdU, r.harmonicsU[1], r.rmsU, slot, row);
-    if (lineToLine) calculateThd(r.thdUL, r.harmonicsUL[1], r.rmsUL, static_cast<unsigned short>(slots::kLineToLine + p), row);
+    if (lineToLine)
+        calculateThd(r.thdUL, r.harmonicsUL[1], r.rmsUL, static_cast<unsigned short>(slots::kLineToLine + p), row);
     if (inter) {
         calculateThd(r.interharmonicDistortionU, r.harmonicsU[1], r.rmsU,
                      static_cast<unsigned short>(slots::kInterharmonicsU + p), row);

@@ -54,6 +54,8 @@ static_assert(offsetof(DipResult, eventCount) == 4 && offsetof(DipResult, depthI
 static_assert(offsetof(DipResult, residualVoltage) == 16 && offsetof(DipResult, duration) == 24, "DipResult layout");
 static_assert(offsetof(DipResult, timeBelowThreshold) == 32 && offsetof(DipResult, time) == 40, "DipResult layout");
 static_assert(sizeof(SwellResult) == 40, "SwellResult layout");
-static_assert(offsetof(SwellResult, eventCount) == 4 && offsetof(SwellResult, maximumVoltage) == 8, "SwellResult layout");
-static_assert(offsetof(SwellResult, duration) == 16 && offsetof(SwellResult, timeAboveThreshold) == 24, "SwellResult layout");
+static_assert(offsetof(SwellResult, eventCount) == 4 && offsetof(SwellResult, maximumVoltage) == 8,
+              "SwellResult layout");
+static_assert(offsetof(SwellResult, duration) == 16 && offsetof(SwellResult, timeAboveThreshold) == 24,
+              "SwellResult layout");
 static_assert(offsetof(SwellResult, time) == 32, "SwellResult layout");

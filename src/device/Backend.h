@@ -76,7 +76,8 @@ class Backend {
     virtual int createFftPlan(std::unique_ptr<FftPlan>* plan, int length, int batch) = 0;
 
     // Kernel launches: one overload per kernel of the kernel list.
-#define TARNEL_DECLARE_LAUNCH(Kernel) virtual void launch(const Kernel& kernel, const LaunchShape& shape, DeviceStream stream) = 0;
+#define TARNEL_DECLARE_LAUNCH(Kernel) \
+    virtual void launch(const Kernel& kernel, const LaunchShape& shape, DeviceStream stream) = 0;
     TARNEL_FOR_EACH_KERNEL(TARNEL_DECLARE_LAUNCH)
 #undef TARNEL_DECLARE_LAUNCH
 };

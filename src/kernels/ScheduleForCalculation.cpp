@@ -30,8 +30,8 @@ void PowerModule::PowerModuleImpl::launch(const Kernel& kernel, unsigned gridX, 
     CUDA_CALL(backend->peekAtLastError());
 }
 
-void PowerModule::PowerModuleImpl::validateBlockRequest(unsigned long long first, unsigned int length,
-                                                        double frequency, unsigned long long fftLength) const {
+void PowerModule::PowerModuleImpl::validateBlockRequest(unsigned long long first, unsigned int length, double frequency,
+                                                        unsigned long long fftLength) const {
     const unsigned long long ring = buffers.getBufferLength();
     if (length == 0) refuse("the block length must be at least 1 sample");
     if (length > ring)
@@ -59,8 +59,8 @@ const double* PowerModule::PowerModuleImpl::prepareWindow(int length, CUstream_s
     return table;
 }
 
-void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueueItem& item, int start,
-                                                          float fftScale, const double* window) {
+void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueueItem& item, int start, float fftScale,
+                                                          const double* window) {
     const PowerGridConfig grid = config.getGridConfig();
     const int n = static_cast<int>(item.getLength()), ring = static_cast<int>(buffers.getBufferLength());
     const int fftLength = static_cast<int>(item.getFftInputLength());
@@ -85,7 +85,8 @@ void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueu
     }
     float* u = samples.getDeviceBuffer(slots::kVoltages);
     GpuBuffer<PowerResultsGeneral>& general = buffers.generalResultsBuffer;
-    PowerResultsGeneral* record = general.getDeviceBufferAt(item.getIndex() % buffers.getGeneralResultsBufferLength(), 1, 0);
+    PowerResultsGeneral* record =
+        general.getDeviceBufferAt(item.getIndex() % buffers.getGeneralResultsBufferLength(), 1, 0);
     if (config.currentEnabled) {
         float* i = samples.getDeviceBuffer(slots::kCurrents);
         float* fftI = fftInput.getDeviceBufferAt(0, fftLength, slots::kCurrents);
@@ -102,8 +103,7 @@ void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueu
                grid.lineToLineCount, stream);
 }
 
-void PowerModule::PowerModuleImpl::enqueueTransformWaveforms(const PowerResultsQueueItem& item, int start,
-                                                             size_t row) {
+void PowerModule::PowerModuleImpl::enqueueTransformWaveforms(const PowerResultsQueueItem& item, int start, size_t row) {
     const int n = static_cast<int>(item.getLength()), ring = static_cast<int>(buffers.getBufferLength());
     const unsigned g = launchWidth(item.getLength());
     CUstream_st* stream = item.getCudaStream();
@@ -113,15 +113,17 @@ void PowerModule::PowerModuleImpl::enqueueTransformWaveforms(const PowerResultsQ
         const bool voltages = config.areClarkeVoltagesEnabled();
         const unsigned short first = voltages ? slots::kVoltages : slots::kCurrents;
         const unsigned rows = (voltages ? 1u : 0u) + (config.areClarkeCurrentsEnabled() ? 1u : 0u);
-        launch(kernelWaveformsClarke{n, start, ring, samples.getDeviceBuffer(first), transformed.getDeviceBuffer(first)},
-               g, 32, rows, stream);
+        launch(
+            kernelWaveformsClarke{n, start, ring, samples.getDeviceBuffer(first), transformed.getDeviceBuffer(first)},
+            g, 32, rows, stream);
     }
     if ((config.areParkVoltagesEnabled() || config.areParkCurrentsEnabled()) && config.mechanicalAngleUsed) {
         const bool voltages = config.areParkVoltagesEnabled();
         const unsigned short first = voltages ? slots::kVoltages : slots::kCurrents;
         const unsigned rows = (voltages ? 1u : 0u) + (config.areParkCurrentsEnabled() ? 1u : 0u);
-        float* park = config.areParkWaveformsRequired() ? transformed.getDeviceBuffer(voltages ? slots::kParkU : slots::kParkI)
-                                                        : nullptr;
+        float* park = config.areParkWaveformsRequired()
+                          ? transformed.getDeviceBuffer(voltages ? slots::kParkU : slots::kParkI)
+                          : nullptr;
         launch(kernelWaveformsPark{n, start, ring, config.polePairs, config.mechAngleOffset,
                                    samples.getDeviceBuffer(first), samples.getDeviceBuffer(slots::kMechanicalAngle),
                                    park, buffers.parkBuffer.getDeviceBufferAt(row, 1, first)},
@@ -166,7 +168,9 @@ void PowerModule::PowerModuleImpl::enqueueSpectralKernels(const PowerResultsQueu
     auto& harmonics = buffers.harmonicsBuffer;
     const size_t spectraRow = item.getFirstFftOutputSampleIndex(), harmonicsRow = item.getFirstHarmonicSampleIndex();
     float2* spectraU = spectra.getDeviceBufferAt(spectraRow, bins, slots::kVoltages);
-    auto harmonicSlot = [&](unsigned short slot) { return harmonics.getDeviceBufferAt(harmonicsRow, harmonicsCount, slot); };
+    auto harmonicSlot = [&](unsigned short slot) {
+        return harmonics.getDeviceBufferAt(harmonicsRow, harmonicsCount, slot);
+    };
     PowerResultsGeneral* record = buffers.generalResultsBuffer.getDeviceBufferAt(row, 1, 0);
 
     launch(kernelFreqRms{bins, config.getLineToLineCount(), spectraU,
@@ -193,11 +197,12 @@ void PowerModule::PowerModuleImpl::enqueueSpectralKernels(const PowerResultsQueu
                harmonicBlocks, 32, phases, stream);
     if (config.thdEnabled) {
         const int arrays = static_cast<int>(buffers.thdBuffer.getDeviceItemsCount());
-        const int highest = static_cast<int>(std::min<unsigned>(static_cast<unsigned>(config.thdHighestHarmonic), harmonicsCount));
-        launch(kernelSumOfHarmonicsSquared{arrays, highest, static_cast<int>(harmonicsCount),
-                                           harmonicSlot(slots::kVoltages),
-                                           buffers.thdBuffer.getDeviceBufferAt(row, 1, 0)},
-               1, static_cast<unsigned>(arrays), 1, stream);
+        const int highest =
+            static_cast<int>(std::min<unsigned>(static_cast<unsigned>(config.thdHighestHarmonic), harmonicsCount));
+        launch(
+            kernelSumOfHarmonicsSquared{arrays, highest, static_cast<int>(harmonicsCount),
+                                        harmonicSlot(slots::kVoltages), buffers.thdBuffer.getDeviceBufferAt(row, 1, 0)},
+            1, static_cast<unsigned>(arrays), 1, stream);
     }
 }
 
@@ -229,13 +234,13 @@ std::shared_ptr<PowerResultsQueueItem> PowerModule::PowerModuleImpl::getNextQueu
         spectraRow = static_cast<unsigned long long>(c.getFirstFftOutputSampleIndex()) + c.getFftOutputLength();
         if (spectraRow >= buffers.fftOutputBuffer.getLength()) spectraRow = 0;
     }
-    unsigned long long harmonicsRow = static_cast<unsigned long long>(c.getFirstHarmonicSampleIndex()) + c.getHarmonicLength();
+    unsigned long long harmonicsRow =
+        static_cast<unsigned long long>(c.getFirstHarmonicSampleIndex()) + c.getHarmonicLength();
     if (harmonicsRow + config.getRequiredHarmonicsCount() > buffers.harmonicsBuffer.getLength()) harmonicsRow = 0;
     const auto streamId = static_cast<unsigned char>((c.getCudaStreamId() + 1) % 3);
-    return std::make_shared<PowerResultsQueueItem>(backend, config.sampleRate, c.getIndex() + 1, c.getNextSampleIndex(),
-                                                   static_cast<unsigned>(spectraRow),
-                                                   static_cast<unsigned>(harmonicsRow), streamId,
-                                                   cudaStreams[streamId]);
+    return std::make_shared<PowerResultsQueueItem>(
+        backend, config.sampleRate, c.getIndex() + 1, c.getNextSampleIndex(), static_cast<unsigned>(spectraRow),
+        static_cast<unsigned>(harmonicsRow), streamId, cudaStreams[streamId]);
 }
 
 void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long firstSampleIndex, unsigned int length,
@@ -268,10 +273,10 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
     CUstream_st* stream = item->getCudaStream();
     if (item->getIndex() != 0) CUDA_CALL(backend->streamWaitEvent(stream, item->getEventResultsCalculated()));
     const size_t row = item->getIndex() % buffers.getGeneralResultsBufferLength();
-    const unsigned plan = config.variableFrequency
-                              ? static_cast<unsigned>(std::ceil(std::log2(static_cast<double>(fftLength) /
-                                                                          buffers.getMinFftLength())))
-                              : 0;
+    const unsigned plan =
+        config.variableFrequency
+            ? static_cast<unsigned>(std::ceil(std::log2(static_cast<double>(fftLength) / buffers.getMinFftLength())))
+            : 0;
 
     buffers.generalResultsBuffer.asyncMemsetToZeroOnDevice(row, 1, stream);
     buffers.fftInputBuffer.asyncMemsetToZeroOnDevice(0, fftLength, stream);
@@ -285,8 +290,8 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
     if (config.parkTransformEnabled && config.mechanicalAngleUsed)
         buffers.parkBuffer.asyncMemsetToZeroOnDevice(row, 1, stream);
 
-    const auto fftScale = static_cast<float>(kBlackmanRmsReciprocal /
-                                             std::sqrt(0.5 * static_cast<double>(length) * static_cast<double>(fftLength)));
+    const auto fftScale = static_cast<float>(
+        kBlackmanRmsReciprocal / std::sqrt(0.5 * static_cast<double>(length) * static_cast<double>(fftLength)));
     enqueueWaveformKernels(*item, start, fftScale, prepareWindow(static_cast<int>(length), stream));
     enqueueTransformWaveforms(*item, start, row);
     CUFFT_CALL(fftPlans.at(plan)->execute(

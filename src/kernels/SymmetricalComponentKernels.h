@@ -40,7 +40,8 @@ struct kernelSymmetricalComponents {
         const float2* group = spectrum + static_cast<long>(3 * row) * n + bin;
         double2 components[3];
         sequenceComponents(widen(group[0]), widen(group[n]), widen(group[2 * n]), components);
-        for (int k = 0; k < 3; ++k) s.value[k] += fma(components[k].x, components[k].x, components[k].y * components[k].y);
+        for (int k = 0; k < 3; ++k)
+            s.value[k] += fma(components[k].x, components[k].x, components[k].y * components[k].y);
     }
     TARNEL_HD double* target(int row, int field) const { return sums + 3 * row + field; }
 };

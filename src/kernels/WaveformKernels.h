@@ -98,7 +98,8 @@ struct kernelWaveformsI {
     TARNEL_HD int extent() const { return length; }
     TARNEL_HD void operator()(int i, int c) const {
         const int k = ringIndex(i, start, bufferLength);
-        fftInputI[i + c * fftLength] = windowed(samplesI[k + c * bufferLength], blockWindow(window, i, length), fftScale);
+        fftInputI[i + c * fftLength] =
+            windowed(samplesI[k + c * bufferLength], blockWindow(window, i, length), fftScale);
     }
 };
 

@@ -89,11 +89,13 @@ Exit status: 0 success, 2 bad input (one line on stderr names the file and the p
 
 AnalyserOptions parseOptions(int argc, char** argv) {
     AnalyserOptions o;
-    const std::map<std::string, std::function<void()>> flags = {
-        {"--help", [&] { o.help = true; }},           {"-h", [&] { o.help = true; }},
-        {"--delta", [&] { o.delta = true; }},         {"--star", [&] { o.delta = false; }},
-        {"--secondary", [&] { o.secondary = true; }}, {"--progress", [&] { o.progress = true; }},
-        {"--no-progress", [&] { o.progress = false; }}};
+    const std::map<std::string, std::function<void()>> flags = {{"--help", [&] { o.help = true; }},
+                                                                {"-h", [&] { o.help = true; }},
+                                                                {"--delta", [&] { o.delta = true; }},
+                                                                {"--star", [&] { o.delta = false; }},
+                                                                {"--secondary", [&] { o.secondary = true; }},
+                                                                {"--progress", [&] { o.progress = true; }},
+                                                                {"--no-progress", [&] { o.progress = false; }}};
     const std::map<std::string, std::function<void(const std::string&)>> valued = {
         {"--backend", [&](const std::string& v) { o.backend = parseBackend(v); }},
         {"--json", [&](const std::string& v) { o.jsonPath = v; }},

@@ -1,10 +1,11 @@
 #include "Analysis.h"
 
-
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
+#include <thread>
 
 #include "tarnel/PowerConfig.h"
 
@@ -41,7 +42,8 @@ void Analysis::configure() {
     module.setStaticFrequency(f, 0.1);
     module.setPeriodCount(static_cast<unsigned short>(blockPeriods));
     module.setCurrentEnabled(!info.currents.empty());
-    module.setLineToLineResultsEnabled(PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount > 1);
+    module.setLineToLineResultsEnabled(
+        PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount > 1);
     module.setInterHarmonicsEnabled(true);
     module.setThdEnabled(true);
     module.setHighestRequestedHarmonic(static_cast<int>(kHighestHarmonic));
@@ -92,16 +94,21 @@ size_t Analysis::run() {
 
 void Analysis::waitForRingSpace(size_t count) {
     // Samples still to be calculated, and the period in progress, must not be
-    // overwritten: wait for the device to catch up when the ring is that full.
+    // overwritten: when the ring is that full, collect results as they finish
+    // (without draining the device) until enough of it is free.
     const double samplesPerPeriod = source.info().sampleRate / source.info().nominalFrequency;
     const auto margin = static_cast<unsigned long long>(4.0 * samplesPerPeriod);
     auto fits = [&] { return written + count + margin <= processed + ringLength; };
-    if (fits()) return;
-    module.sync();
-    collect();
-    if (!fits())
-        throw std::runtime_error(source.info().description +
-                                 ": the analysis fell behind the sample ring (no blocks could be formed)");
+    while (!fits()) {
+        if (scheduled == blocks)
+            throw std::runtime_error(source.info().description +
+                                     ": the analysis fell behind the sample ring (no blocks could be formed)");
+        if (module.isAnyResultReady()) {
+            collect();
+        } else {
+            std::this_thread::sleep_for(std::chrono::microseconds(50));
+        }
+    }
 }
 
 void Analysis::writeChunk(const std::vector<std::vector<float>>& voltages,
@@ -126,7 +133,8 @@ void Analysis::takeZeroCrossings() {
     // Period values start with the first measured period: the detectors would
     // otherwise take the filter's start-up for a voltage change.
     auto first = intervals.begin();
-    if (!periodsStarted) first = std::find_if(intervals.begin(), intervals.end(), [](const auto& z) { return z.valid; });
+    if (!periodsStarted)
+        first = std::find_if(intervals.begin(), intervals.end(), [](const auto& z) { return z.valid; });
     if (first == intervals.end()) return;
     periodsStarted = true;
     module.scheduleForPeriodCalculationFromZeroCrossing(std::vector<ZeroCrossingInterval>(first, intervals.end()));
@@ -157,9 +165,11 @@ void Analysis::scheduleBlock(unsigned long long start, unsigned long long end, d
         const unsigned long long length = maxBlockLength / 2;
         module.scheduleForCalculation(start, static_cast<int>(length), source.info().nominalFrequency);
         start += length;
+        ++scheduled;
     }
     module.scheduleForCalculation(start, static_cast<int>(end - start), frequency);
     nextBlockStart = end;
+    ++scheduled;
 }
 
 void Analysis::collect() {
@@ -184,7 +194,8 @@ void Analysis::collect() {
 void Analysis::reportProgress(bool done) {
     const uint64_t total = source.info().totalSamples;
     if (!settings.progress || total == 0) return;
-    const int percent = done ? 100 : static_cast<int>(100.0 * static_cast<double>(written) / static_cast<double>(total));
+    const int percent =
+        done ? 100 : static_cast<int>(100.0 * static_cast<double>(written) / static_cast<double>(total));
     if (percent == lastProgress) return;
     lastProgress = percent;
     const int width = 40, filled = percent * width / 100;

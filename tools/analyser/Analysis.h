@@ -62,7 +62,8 @@ class Analysis {
     unsigned long long maxBlockLength = 0;
     unsigned blockPeriods = 10;
     bool periodsStarted = false;
-    size_t blocks = 0;
+    size_t blocks = 0;     // collected
+    size_t scheduled = 0;  // scheduled
     int lastProgress = -1;
 };
 

@@ -1,7 +1,8 @@
 #include "OutputWriters.h"
 
-#include <stdexcept>
 #include <sys/stat.h>
+
+#include <stdexcept>
 
 namespace tarnel::analyser {
 
@@ -40,8 +41,8 @@ void JsonLinesWriter::onBlock(const PowerResultsGeneral& r) {
 }
 
 void JsonLinesWriter::onPeriodValue(const PowerResultsPeriod* records, int phases) {
-    std::fprintf(file, "{\"type\":\"period\",\"time\":%.6f,\"frequency\":%.6f,\"valid\":%s,\"phases\":[", records[1].time,
-                 records[1].frequency, records[1].valid ? "true" : "false");
+    std::fprintf(file, "{\"type\":\"period\",\"time\":%.6f,\"frequency\":%.6f,\"valid\":%s,\"phases\":[",
+                 records[1].time, records[1].frequency, records[1].valid ? "true" : "false");
     for (int p = 1; p <= phases; ++p) {
         const PowerResultsPeriod& r = records[p];
         std::fprintf(file, "%s{\"rmsU\":%.6g,\"rmsI\":%.6g,\"fundamentalU\":%.6g,\"activePower\":%.6g,\"angle\":%.6g}",

@@ -18,7 +18,7 @@ constexpr size_t kChunk = 8192;
 // Common nominal phase voltages; a recording's level is matched to the
 // nearest within 15 %, otherwise its own RMS stands as the reference.
 double nominalFromLevel(double rms) {
-    const double standard[] = {57.7, 63.5, 100.0, 110.0, 115.0, 120.0, 127.0, 220.0, 230.0,
+    const double standard[] = {57.7,  63.5,  100.0, 110.0, 115.0,  120.0,   127.0,   220.0,   230.0,
                                240.0, 277.0, 400.0, 690.0, 6350.0, 11547.0, 63509.0, 132791.0};
     double best = rms, bestError = 0.15;
     for (double v : standard) {
@@ -37,8 +37,8 @@ class RecordingSource final : public SignalSource {
         readOptions.sampleRate = options.sampleRate;
         reader = openRecording(options.input, readOptions);
         const RecordingMetadata& meta = reader->metadata();
-        MappingOptions mapping{options.gridType,  options.voltageColumns,   options.currentColumns,
-                               options.delta,     options.nominalVoltage,   options.nominalFrequency};
+        MappingOptions mapping{options.gridType, options.voltageColumns, options.currentColumns,
+                               options.delta,    options.nominalVoltage, options.nominalFrequency};
         map = mapChannels(meta, mapping);
         fillInfo(meta);
         // The first chunk is read now: without a stated nominal voltage the
@@ -74,7 +74,8 @@ class RecordingSource final : public SignalSource {
         info_.sampleRate = meta.uniformSampleRate();
         info_.totalSamples = meta.totalSamples;
         info_.gridType = map.gridType;
-        info_.nominalFrequency = map.nominalFrequency.value_or(meta.nominalFrequency > 0.0 ? meta.nominalFrequency : 50.0);
+        info_.nominalFrequency =
+            map.nominalFrequency.value_or(meta.nominalFrequency > 0.0 ? meta.nominalFrequency : 50.0);
         for (size_t c : map.voltages) info_.voltages.push_back({meta.channels[c].name, "V"});
         for (size_t c : map.currents) info_.currents.push_back({meta.channels[c].name, "A"});
     }

@@ -19,8 +19,8 @@ void EventCollector::add(const PowerResultsPeriod* records, int phases) {
         const double period = r.frequency > 0.0 ? 1.0 / r.frequency : 0.0;
         // Detector times are the ends of period values; events start one value earlier.
         if (r.dip.eventEnded)
-            perPhase.push_back({"dip", phase, r.dip.time - period, r.dip.duration, r.dip.residualVoltage,
-                                r.dip.depthInPercent});
+            perPhase.push_back(
+                {"dip", phase, r.dip.time - period, r.dip.duration, r.dip.residualVoltage, r.dip.depthInPercent});
         if (r.swell.eventEnded)
             perPhase.push_back({"swell", phase, r.swell.time - period, r.swell.duration, r.swell.maximumVoltage,
                                 100.0 * (r.swell.maximumVoltage - nominal) / nominal});
@@ -38,7 +38,8 @@ std::vector<PowerQualityEvent> EventCollector::events() const {
     for (const PowerQualityEvent& e : sorted) {
         // The same change seen on several phases within a period is one event.
         auto same = std::find_if(merged.begin(), merged.end(), [&](const PowerQualityEvent& m) {
-            return m.kind == e.kind && std::fabs(m.start - e.start) < 0.021 && m.phases.find(e.phases) == std::string::npos;
+            return m.kind == e.kind && std::fabs(m.start - e.start) < 0.021 &&
+                   m.phases.find(e.phases) == std::string::npos;
         });
         if (same == merged.end()) {
             merged.push_back(e);
@@ -115,8 +116,8 @@ std::string worstHarmonics(const std::vector<double>& sharesSum, size_t blocks, 
     return text.empty() ? "-" : text;
 }
 
-void Report::printChannels(std::FILE* out) const {
-    std::fprintf(out, "\nChannels (over %zu blocks of %s)\n", blockCount, "10/12 periods");
+void Report::printChannels(std::FILE* out, unsigned periodsPerBlock) const {
+    std::fprintf(out, "\nChannels (over %zu blocks of %u periods)\n", blockCount, periodsPerBlock);
     std::fprintf(out, "  %-8s %10s %10s %10s %8s %8s  %s\n", "channel", "rms min", "rms mean", "rms max", "THD %",
                  "THD max", "worst harmonics (% of fundamental)");
     auto line = [&](const SourceChannel& channel, const ChannelStats& s) {
@@ -162,7 +163,7 @@ void Report::print(std::FILE* out, const char* backend, unsigned periodsPerBlock
                  static_cast<double>(info.totalSamples) / info.sampleRate, info.gridType, backend);
     std::fprintf(out, "  nominal %.1f V, %.1f Hz; %u-period blocks; %zu period values\n", info.nominalVoltage,
                  info.nominalFrequency, periodsPerBlock, periodCount);
-    printChannels(out);
+    printChannels(out, periodsPerBlock);
     printPowers(out);
     printEvents(out);
 }

@@ -57,7 +57,7 @@ class Report final : public ResultSink {
     };
     void addChannel(ChannelStats& stats, double rms, const PowerResultsThd& thd, const float* harmonics,
                     unsigned count);
-    void printChannels(std::FILE* out) const;
+    void printChannels(std::FILE* out, unsigned periodsPerBlock) const;
     void printPowers(std::FILE* out) const;
     void printEvents(std::FILE* out) const;
 

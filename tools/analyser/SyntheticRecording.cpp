@@ -24,7 +24,8 @@ bool inside(double t, double start, double duration) { return t >= start && t < 
 // True when a scripted event starts or ends within [from, to].
 bool hasEventBetween(double from, double to) {
     const SyntheticEvents& e = SyntheticRecording::events();
-    for (double edge : {e.dipStart, e.dipStart + e.dipDuration, e.swellStart, e.swellStart + e.swellDuration, e.stepTime})
+    for (double edge :
+         {e.dipStart, e.dipStart + e.dipDuration, e.swellStart, e.swellStart + e.swellDuration, e.stepTime})
         if (edge >= from && edge <= to) return true;
     return false;
 }

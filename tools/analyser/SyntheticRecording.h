@@ -12,7 +12,7 @@
 namespace tarnel::analyser {
 
 struct SyntheticEvents {
-    double dipStart = 2.5, dipDuration = 0.1, dipLevel = 0.6;        // L1
+    double dipStart = 2.5, dipDuration = 0.1, dipLevel = 0.6;         // L1
     double swellStart = 3.5, swellDuration = 0.1, swellLevel = 1.15;  // L3
     double stepTime = 7.0, stepLevel = 1.03;                          // all phases
 };

@@ -186,7 +186,7 @@ int CpuBackend::createFftPlan(std::unique_ptr<FftPlan>* plan, int length, int ba
     return createFftwPlan(plan, length, batch, measureFftPlans, [this](DeviceStream s) { return streamOf(s); });
 }
 
-#define TARNEL_DEFINE_CPU_LAUNCH(Kernel)                                                             \
+#define TARNEL_DEFINE_CPU_LAUNCH(Kernel)                                                           \
     void CpuBackend::launch(const Kernel& kernel, const LaunchShape& shape, DeviceStream stream) { \
         const int rows = static_cast<int>(shape.blockY);                                           \
         if (!enqueue(stream, [kernel, rows] { runKernelOnCpu(kernel, rows); }))                    \

@@ -4,9 +4,9 @@
 #pragma once
 
 #include <atomic>
+#include <map>
 #include <memory>
 #include <mutex>
-#include <map>
 #include <set>
 
 #include "backends/cpu/CpuStream.h"

@@ -132,7 +132,8 @@ void runReductionOnCpu(const Kernel& kernel, int rows) {
             for (int row = 0; row < rows; ++row) {
                 KernelSums<fields> sums = partial[static_cast<size_t>(row)];
                 for (int p = 1; p < parts; ++p) {
-                    for (int f = 0; f < fields; ++f) sums.value[f] += partial[static_cast<size_t>(p) * rows + row].value[f];
+                    for (int f = 0; f < fields; ++f)
+                        sums.value[f] += partial[static_cast<size_t>(p) * rows + row].value[f];
                 }
                 store(sums, row);
             }

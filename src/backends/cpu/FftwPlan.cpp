@@ -21,7 +21,7 @@ std::mutex& plannerMutex() {
     return mutex;
 }
 
-constexpr int kFftAlloc = 2;      // "Alloc failed"
+constexpr int kFftAlloc = 2;  // "Alloc failed"
 constexpr int kFftInvalidValue = 4;
 constexpr int kFftSetupFailed = 7;
 

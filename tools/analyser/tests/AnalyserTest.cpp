@@ -83,8 +83,8 @@ TEST_F(SyntheticAnalysis, CoversTheRecordingWithTenPeriodBlocks) {
 }
 
 TEST(AnalyserOptionsTest, ParsesEveryOptionAndRefusesBadOnes) {
-    const char* argv[] = {"tarnel-analyse", "--backend", "cpu", "--grid", "3", "--json", "out.jsonl",
-                          "--voltages", "VA,VB", "--frequency", "60", "rec.cfg"};
+    const char* argv[] = {"tarnel-analyse", "--backend",  "cpu",   "--grid",      "3",  "--json",
+                          "out.jsonl",      "--voltages", "VA,VB", "--frequency", "60", "rec.cfg"};
     const AnalyserOptions o = parseOptions(12, const_cast<char**>(argv));
     EXPECT_EQ(o.backend, BackendKind::Cpu);
     EXPECT_EQ(o.gridType.value(), 3);
