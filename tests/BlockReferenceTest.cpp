@@ -332,8 +332,8 @@ void expectMatchesReference(const PowerResultsGeneral& r, const Reference& ref, 
         if (s.thd) {
             expectThdNear(b.thdU, thdOf(u.groups, u.groups[1], u.rms, g), u.groups[1], u.rms, "thdU");
             if (s.interharmonics)
-                expectThdNear(b.interharmonicDistortionU, thdOf(u.inter, u.groups[1], u.rms, g), u.groups[1],
-                              u.rms, "interharmonicDistortionU");
+                expectThdNear(b.interharmonicDistortionU, thdOf(u.inter, u.groups[1], u.rms, g), u.groups[1], u.rms,
+                              "interharmonicDistortionU");
         }
 
         if (p < lineToLine) {
@@ -428,8 +428,8 @@ void expectMatchesReference(const PowerResultsGeneral& r, const Reference& ref, 
             expectThdNear(b.thdI, thdI, c.groups[1], c.rms, "thdI");
             EXPECT_NEAR(b.currentHarmonicContent, thdI.harmonicContent, 1e-4 * c.groups[1]);
             if (s.interharmonics)
-                expectThdNear(b.interharmonicDistortionI, thdOf(c.inter, c.groups[1], c.rms, g), c.groups[1],
-                              c.rms, "interharmonicDistortionI");
+                expectThdNear(b.interharmonicDistortionI, thdOf(c.inter, c.groups[1], c.rms, g), c.groups[1], c.rms,
+                              "interharmonicDistortionI");
         }
     }
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <memory>
 #include <thread>
@@ -36,31 +37,53 @@ struct Streams {
     }
 };
 
+// Holds a stream at a point until opened, at the latest when the gate goes, so
+// that a failed assertion cannot leave a stream blocked.
+class Gate {
+  public:
+    std::function<void()> waiter() const {
+        std::shared_future<void> f = opened;
+        return [f] { f.wait(); };
+    }
+    void open() {
+        if (!isOpen) promise.set_value();
+        isOpen = true;
+    }
+    ~Gate() { open(); }
+
+  private:
+    std::promise<void> promise;
+    std::shared_future<void> opened = promise.get_future().share();
+    bool isOpen = false;
+};
+
 }  // namespace
 
 // Stream A is held at a gate, then copies; B waits for A's event and copies on;
 // C waits for B's event and copies on. Nothing downstream may run before the
 // gate opens, queries read "not ready" meanwhile, and the data arrives intact.
 TEST(CpuBackendTest, EventsOrderWorkAcrossThreeStreams) {
+    const std::vector<int> source{1, 2, 3, 4, 5, 6, 7, 8};
+    std::vector<int> first(8, 0), second(8, 0), third(8, 0);  // outlive the streams' work
     Streams s(privateBackend(1 << 20), 3);
     tarnel::CpuBackend& backend = *s.backend;
-    const std::vector<int> source{1, 2, 3, 4, 5, 6, 7, 8};
-    std::vector<int> first(8, 0), second(8, 0), third(8, 0);
     tarnel::DeviceEvent afterA = nullptr, afterB = nullptr;
     ASSERT_EQ(backend.createEvent(&afterA), 0);
     ASSERT_EQ(backend.createEvent(&afterB), 0);
 
-    std::promise<void> gate;
-    std::shared_future<void> opened = gate.get_future().share();
-    ASSERT_TRUE(backend.enqueue(s.streams[0], [opened] { opened.wait(); }));
+    Gate gate;
+    ASSERT_TRUE(backend.enqueue(s.streams[0], gate.waiter()));
     const size_t bytes = source.size() * sizeof(int);
-    ASSERT_EQ(backend.copyAsync(first.data(), source.data(), bytes, tarnel::CopyDirection::HostToDevice, s.streams[0]), 0);
+    ASSERT_EQ(backend.copyAsync(first.data(), source.data(), bytes, tarnel::CopyDirection::HostToDevice, s.streams[0]),
+              0);
     ASSERT_EQ(backend.recordEvent(afterA, s.streams[0]), 0);
     ASSERT_EQ(backend.streamWaitEvent(s.streams[1], afterA), 0);
-    ASSERT_EQ(backend.copyAsync(second.data(), first.data(), bytes, tarnel::CopyDirection::DeviceToHost, s.streams[1]), 0);
+    ASSERT_EQ(backend.copyAsync(second.data(), first.data(), bytes, tarnel::CopyDirection::DeviceToHost, s.streams[1]),
+              0);
     ASSERT_EQ(backend.recordEvent(afterB, s.streams[1]), 0);
     ASSERT_EQ(backend.streamWaitEvent(s.streams[2], afterB), 0);
-    ASSERT_EQ(backend.copyAsync(third.data(), second.data(), bytes, tarnel::CopyDirection::DeviceToHost, s.streams[2]), 0);
+    ASSERT_EQ(backend.copyAsync(third.data(), second.data(), bytes, tarnel::CopyDirection::DeviceToHost, s.streams[2]),
+              0);
 
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(backend.queryEvent(afterA), kNotReady);
@@ -68,7 +91,7 @@ TEST(CpuBackendTest, EventsOrderWorkAcrossThreeStreams) {
     EXPECT_EQ(second, std::vector<int>(8, 0)) << "stream B ran before A's event";
     EXPECT_EQ(third, std::vector<int>(8, 0)) << "stream C ran before B's event";
 
-    gate.set_value();
+    gate.open();
     ASSERT_EQ(backend.synchronizeDevice(), 0);
     EXPECT_EQ(backend.queryEvent(afterA), 0);
     EXPECT_EQ(backend.queryEvent(afterB), 0);
@@ -89,16 +112,15 @@ TEST(CpuBackendTest, WaitUsesTheRecordItWasEnqueuedAfter) {
     ASSERT_EQ(backend.synchronizeDevice(), 0);
     ASSERT_EQ(backend.streamWaitEvent(s.streams[1], event), 0);  // satisfied by the completed record
 
-    std::promise<void> gate;
-    std::shared_future<void> opened = gate.get_future().share();
-    ASSERT_TRUE(backend.enqueue(s.streams[0], [opened] { opened.wait(); }));
+    Gate gate;
+    ASSERT_TRUE(backend.enqueue(s.streams[0], gate.waiter()));
     ASSERT_EQ(backend.recordEvent(event, s.streams[0]), 0);
     std::promise<void> ran;
     std::future<void> done = ran.get_future();
     ASSERT_TRUE(backend.enqueue(s.streams[1], [&ran] { ran.set_value(); }));
     EXPECT_EQ(done.wait_for(std::chrono::seconds(5)), std::future_status::ready);
     EXPECT_EQ(backend.queryEvent(event), kNotReady);
-    gate.set_value();
+    gate.open();
     ASSERT_EQ(backend.synchronizeDevice(), 0);
     EXPECT_EQ(backend.queryEvent(event), 0);
     backend.destroyEvent(event);
@@ -107,10 +129,9 @@ TEST(CpuBackendTest, WaitUsesTheRecordItWasEnqueuedAfter) {
 TEST(CpuBackendTest, DeviceSynchronisationWaitsForEveryStream) {
     Streams s(privateBackend(1 << 20), 3);
     std::atomic<int> finished{0};
-    std::promise<void> gate;
-    std::shared_future<void> opened = gate.get_future().share();
+    Gate gate;
     for (auto stream : s.streams) {
-        ASSERT_TRUE(s.backend->enqueue(stream, [opened] { opened.wait(); }));
+        ASSERT_TRUE(s.backend->enqueue(stream, gate.waiter()));
         for (int k = 0; k < 3; ++k) {
             ASSERT_TRUE(s.backend->enqueue(stream, [&finished] {
                 std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -119,7 +140,7 @@ TEST(CpuBackendTest, DeviceSynchronisationWaitsForEveryStream) {
         }
     }
     EXPECT_EQ(finished.load(), 0) << "enqueueing must not run the work on the caller's thread";
-    gate.set_value();
+    gate.open();
     ASSERT_EQ(s.backend->synchronizeDevice(), 0);
     EXPECT_EQ(finished.load(), 9);
 }
@@ -143,21 +164,22 @@ TEST(CpuBackendTest, DeviceMemoryIsLimitedByTheCapacity) {
 
 // memsetAsync and copyAsync run on the stream, not at the call.
 TEST(CpuBackendTest, MemsetAndCopyRunInStreamOrder) {
+    std::vector<float> host(16, 7.0f), back(16, -1.0f);  // outlive the stream's work
     Streams s(privateBackend(1 << 20), 1);
     tarnel::CpuBackend& backend = *s.backend;
     void* device = nullptr;
     ASSERT_EQ(backend.allocateDevice(&device, 16 * sizeof(float)), 0);
-    std::vector<float> host(16, 7.0f), back(16, -1.0f);
-    std::promise<void> gate;
-    std::shared_future<void> opened = gate.get_future().share();
-    ASSERT_TRUE(backend.enqueue(s.streams[0], [opened] { opened.wait(); }));
-    ASSERT_EQ(backend.copyAsync(device, host.data(), 16 * sizeof(float), tarnel::CopyDirection::HostToDevice,
-                                s.streams[0]), 0);
+    Gate gate;
+    ASSERT_TRUE(backend.enqueue(s.streams[0], gate.waiter()));
+    ASSERT_EQ(
+        backend.copyAsync(device, host.data(), 16 * sizeof(float), tarnel::CopyDirection::HostToDevice, s.streams[0]),
+        0);
     ASSERT_EQ(backend.memsetAsync(static_cast<float*>(device) + 4, 0, 8 * sizeof(float), s.streams[0]), 0);
-    ASSERT_EQ(backend.copyAsync(back.data(), device, 16 * sizeof(float), tarnel::CopyDirection::DeviceToHost,
-                                s.streams[0]), 0);
+    ASSERT_EQ(
+        backend.copyAsync(back.data(), device, 16 * sizeof(float), tarnel::CopyDirection::DeviceToHost, s.streams[0]),
+        0);
     EXPECT_EQ(back, std::vector<float>(16, -1.0f));
-    gate.set_value();
+    gate.open();
     ASSERT_EQ(backend.synchronizeDevice(), 0);
     for (int k = 0; k < 16; ++k) EXPECT_EQ(back[k], (k >= 4 && k < 12) ? 0.0f : 7.0f) << k;
     EXPECT_EQ(backend.freeDevice(device), 0);

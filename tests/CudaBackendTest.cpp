@@ -31,22 +31,36 @@ struct Field {
     Scale scale;
 };
 
-#define TARNEL_FIELD(name, scale) Field{#name, offsetof(PowerResultsPhase, name), Scale::scale}
-const Field kPhaseFields[] = {
-    TARNEL_FIELD(rectifiedMeanU, U),        TARNEL_FIELD(rectifiedMeanI, I),
-    TARNEL_FIELD(rectifiedMeanUL, UL),      TARNEL_FIELD(rmsU, U),
-    TARNEL_FIELD(rmsI, I),                  TARNEL_FIELD(rmsUL, UL),
-    TARNEL_FIELD(activePower, Power),       TARNEL_FIELD(spectralRmsU, U),
-    TARNEL_FIELD(spectralRmsI, I),          TARNEL_FIELD(spectralRmsUL, UL),
-    TARNEL_FIELD(fundamentalU, U),          TARNEL_FIELD(fundamentalI, I),
-    TARNEL_FIELD(fundamentalUL, UL),        TARNEL_FIELD(spectralActivePower, Power),
-    TARNEL_FIELD(nonActivePower, PowerCancel), TARNEL_FIELD(apparentPower, Power),
-    TARNEL_FIELD(powerFactor, Ratio),       TARNEL_FIELD(distortionPower, PowerCancel),
-    TARNEL_FIELD(budeanuReactivePower, Power), TARNEL_FIELD(budeanuDistortionPower, PowerCancel),
-    TARNEL_FIELD(fundamentalActivePower, Power), TARNEL_FIELD(fundamentalReactivePower, PowerCancel),
-    TARNEL_FIELD(fundamentalApparentPower, Power), TARNEL_FIELD(displacementPowerFactor, Ratio),
-    TARNEL_FIELD(fundamentalReactivePowerSum, Power), TARNEL_FIELD(impedance, Impedance),
-    TARNEL_FIELD(fundamentalImpedance, Impedance), TARNEL_FIELD(currentHarmonicContent, I)};
+#define TARNEL_FIELD(name, scale) \
+    Field { #name, offsetof(PowerResultsPhase, name), Scale::scale }
+const Field kPhaseFields[] = {TARNEL_FIELD(rectifiedMeanU, U),
+                              TARNEL_FIELD(rectifiedMeanI, I),
+                              TARNEL_FIELD(rectifiedMeanUL, UL),
+                              TARNEL_FIELD(rmsU, U),
+                              TARNEL_FIELD(rmsI, I),
+                              TARNEL_FIELD(rmsUL, UL),
+                              TARNEL_FIELD(activePower, Power),
+                              TARNEL_FIELD(spectralRmsU, U),
+                              TARNEL_FIELD(spectralRmsI, I),
+                              TARNEL_FIELD(spectralRmsUL, UL),
+                              TARNEL_FIELD(fundamentalU, U),
+                              TARNEL_FIELD(fundamentalI, I),
+                              TARNEL_FIELD(fundamentalUL, UL),
+                              TARNEL_FIELD(spectralActivePower, Power),
+                              TARNEL_FIELD(nonActivePower, PowerCancel),
+                              TARNEL_FIELD(apparentPower, Power),
+                              TARNEL_FIELD(powerFactor, Ratio),
+                              TARNEL_FIELD(distortionPower, PowerCancel),
+                              TARNEL_FIELD(budeanuReactivePower, Power),
+                              TARNEL_FIELD(budeanuDistortionPower, PowerCancel),
+                              TARNEL_FIELD(fundamentalActivePower, Power),
+                              TARNEL_FIELD(fundamentalReactivePower, PowerCancel),
+                              TARNEL_FIELD(fundamentalApparentPower, Power),
+                              TARNEL_FIELD(displacementPowerFactor, Ratio),
+                              TARNEL_FIELD(fundamentalReactivePowerSum, Power),
+                              TARNEL_FIELD(impedance, Impedance),
+                              TARNEL_FIELD(fundamentalImpedance, Impedance),
+                              TARNEL_FIELD(currentHarmonicContent, I)};
 #undef TARNEL_FIELD
 
 double fieldOf(const PowerResultsPhase& b, size_t offset) {
@@ -70,14 +84,21 @@ struct Scales {
     double u, i, ul;
     double of(Scale s) const {
         switch (s) {
-            case Scale::U: return u;
-            case Scale::I: return i;
-            case Scale::UL: return ul;
+            case Scale::U:
+                return u;
+            case Scale::I:
+                return i;
+            case Scale::UL:
+                return ul;
             case Scale::Power:
-            case Scale::PowerCancel: return u * i;
-            case Scale::Ratio: return 1.0;
-            case Scale::Percent: return 10.0;
-            case Scale::Impedance: return i > 0.0 ? u / i : 0.0;
+            case Scale::PowerCancel:
+                return u * i;
+            case Scale::Ratio:
+                return 1.0;
+            case Scale::Percent:
+                return 10.0;
+            case Scale::Impedance:
+                return i > 0.0 ? u / i : 0.0;
         }
         return 0.0;
     }
@@ -133,8 +154,9 @@ void expectPhasesAgree(const PowerResultsPhase& a, const PowerResultsPhase& b, s
         for (size_t h = 0; h < H; ++h) {
             if (std::fabs(a.harmonicsI[h] - 0.001) < 1e-4) continue;  // either side of the threshold
             const double z = a.harmonicImpedances[h];
-            const double spread = 1e-5 * std::fabs(z) * (s.u / std::max<double>(a.harmonicsU[h], 1e-9) +
-                                                         s.i / std::max<double>(a.harmonicsI[h], 1e-9));
+            const double spread =
+                1e-5 * std::fabs(z) *
+                (s.u / std::max<double>(a.harmonicsU[h], 1e-9) + s.i / std::max<double>(a.harmonicsI[h], 1e-9));
             EXPECT_NEAR(z, b.harmonicImpedances[h], 1e-4 * std::fabs(z) + spread) << "harmonicImpedances order " << h;
         }
     }
@@ -181,16 +203,20 @@ void expectRecordsAgree(const PowerResultsGeneral& a, const PowerResultsGeneral&
         SCOPED_TRACE("sequence " + std::to_string(k));
         const PowerResultsSymmetricalComponent &x = a.symmetricalComponents[k], &y = b.symmetricalComponents[k];
         const double values[2][21] = {
-            {x.voltage.x, x.voltage.y, x.lineToLineVoltage.x, x.lineToLineVoltage.y, x.current.x, x.current.y,
-             x.voltageMagnitude, x.lineToLineVoltageMagnitude, x.currentMagnitude, x.activePower, x.reactivePower,
-             x.apparentPower, x.activeCurrent, x.reactiveCurrent, x.powerFactor, x.voltageAllBins, x.currentAllBins,
-             x.voltageAllBinsRatio, x.currentAllBinsRatio, x.voltageRatio, x.currentRatio},
-            {y.voltage.x, y.voltage.y, y.lineToLineVoltage.x, y.lineToLineVoltage.y, y.current.x, y.current.y,
-             y.voltageMagnitude, y.lineToLineVoltageMagnitude, y.currentMagnitude, y.activePower, y.reactivePower,
-             y.apparentPower, y.activeCurrent, y.reactiveCurrent, y.powerFactor, y.voltageAllBins, y.currentAllBins,
-             y.voltageAllBinsRatio, y.currentAllBinsRatio, y.voltageRatio, y.currentRatio}};
-        const double scales[21] = {u, u, 2 * u, 2 * u, i, i, u, 2 * u, i, 3 * u * i, 3 * u * i, 3 * u * i, i, i,
-                                   1.0, u, i, 10.0, 10.0, 10.0, 10.0};
+            {x.voltage.x,        x.voltage.y,           x.lineToLineVoltage.x, x.lineToLineVoltage.y,
+             x.current.x,        x.current.y,           x.voltageMagnitude,    x.lineToLineVoltageMagnitude,
+             x.currentMagnitude, x.activePower,         x.reactivePower,       x.apparentPower,
+             x.activeCurrent,    x.reactiveCurrent,     x.powerFactor,         x.voltageAllBins,
+             x.currentAllBins,   x.voltageAllBinsRatio, x.currentAllBinsRatio, x.voltageRatio,
+             x.currentRatio},
+            {y.voltage.x,        y.voltage.y,           y.lineToLineVoltage.x, y.lineToLineVoltage.y,
+             y.current.x,        y.current.y,           y.voltageMagnitude,    y.lineToLineVoltageMagnitude,
+             y.currentMagnitude, y.activePower,         y.reactivePower,       y.apparentPower,
+             y.activeCurrent,    y.reactiveCurrent,     y.powerFactor,         y.voltageAllBins,
+             y.currentAllBins,   y.voltageAllBinsRatio, y.currentAllBinsRatio, y.voltageRatio,
+             y.currentRatio}};
+        const double scales[21] = {u,         u, 2 * u, 2 * u, i, i, u,    2 * u, i,    3 * u * i, 3 * u * i,
+                                   3 * u * i, i, i,     1.0,   u, i, 10.0, 10.0,  10.0, 10.0};
         // A sequence whose voltage or current vanishes (zero sequence of a delta
         // or three-wire grid) has no defined direction: skip its currents and factor.
         const bool vanishing = x.voltageMagnitude < 1e-3 * u || x.currentMagnitude < 1e-3 * i;

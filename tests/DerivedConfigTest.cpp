@@ -82,9 +82,9 @@ TEST(DerivedConfigTest, HarmonicCountsAndPeriodTiming) {
         double length, advance;
         std::pair<unsigned short, unsigned short> ratio;
     };
-    for (const Timing& t : {Timing{2, 0, 1.0, 1.0, {1, 1}}, Timing{1, 0, 0.5, 0.5, {1, 2}},
-                            Timing{2, 50, 1.0, 0.5, {1, 2}}, Timing{20, 0, 10.0, 10.0, {10, 1}},
-                            Timing{3, 25, 1.5, 1.125, {9, 8}}, Timing{2, 100, 1.0, 0.0, {0, 1}}}) {
+    for (const Timing& t :
+         {Timing{2, 0, 1.0, 1.0, {1, 1}}, Timing{1, 0, 0.5, 0.5, {1, 2}}, Timing{2, 50, 1.0, 0.5, {1, 2}},
+          Timing{20, 0, 10.0, 10.0, {10, 1}}, Timing{3, 25, 1.5, 1.125, {9, 8}}, Timing{2, 100, 1.0, 0.0, {0, 1}}}) {
         c.halfPeriodValuesCount = t.halfPeriods;
         c.periodValuesOverlapInPercent = t.overlap;
         EXPECT_DOUBLE_EQ(c.getPeriodCountForPeriodValues(), t.length) << t.halfPeriods << "/" << t.overlap;

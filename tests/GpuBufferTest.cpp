@@ -55,9 +55,9 @@ class RecordingBackend final : public tarnel::Backend {
     int createFftPlan(std::unique_ptr<tarnel::FftPlan>* p, int length, int batch) override {
         return inner->createFftPlan(p, length, batch);
     }
-#define TARNEL_TEST_FORWARD_LAUNCH(Kernel)                                                                  \
+#define TARNEL_TEST_FORWARD_LAUNCH(Kernel)                                                                 \
     void launch(const tarnel::Kernel& k, const tarnel::LaunchShape& s, tarnel::DeviceStream st) override { \
-        inner->launch(k, s, st);                                                                            \
+        inner->launch(k, s, st);                                                                           \
     }
     TARNEL_FOR_EACH_KERNEL(TARNEL_TEST_FORWARD_LAUNCH)
 #undef TARNEL_TEST_FORWARD_LAUNCH
@@ -169,7 +169,8 @@ TEST(GpuBufferTest, RingCopiesWrapAroundTheEnd) {
         const float* device = ring.getDeviceBuffer(s);
         for (int k = 0; k < 1000; ++k) {
             const bool copied = k < 50 || k >= 950;
-            ASSERT_EQ(device[k], copied ? static_cast<float>(1000 * s + k) : -1.0f) << "slot " << s << " position " << k;
+            ASSERT_EQ(device[k], copied ? static_cast<float>(1000 * s + k) : -1.0f)
+                << "slot " << s << " position " << k;
         }
     }
 
@@ -180,6 +181,7 @@ TEST(GpuBufferTest, RingCopiesWrapAroundTheEnd) {
     EXPECT_EQ(d.backend->transfers[0].destination, ring.getDeviceBuffer(0) + 970);
     EXPECT_EQ(d.backend->transfers[2].bytes, 70 * sizeof(float));
     EXPECT_EQ(d.backend->transfers[2].destination, ring.getDeviceBuffer(0));
+    d.sync();
 
     d.backend->transfers.clear();
     ring.copySegmentFromDeviceToHost(970, 30, d.stream);  // ends exactly at the end: one piece
@@ -195,6 +197,7 @@ TEST(GpuBufferTest, RingCopiesWrapAroundTheEnd) {
     uploadOnly.copySegmentFromDeviceToHost(90, 20, d.stream);
     uploadOnly.copyFromDeviceToHost(0, 100, d.stream);
     EXPECT_EQ(d.backend->transfers.size(), 1u) << "no slot is copied in that direction";
+    d.sync();  // before the buffers go
 }
 
 // Block copies and memsets touch exactly one block of rows.

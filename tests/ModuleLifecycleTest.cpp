@@ -2,6 +2,7 @@
 // refused settings, reset, sample ingestion into the rings, the buffer set's
 // layout, FFT plans, error texts and the grid table.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -10,8 +11,6 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "PowerModuleImpl.h"
 #include "TestSignals.h"
@@ -42,12 +41,12 @@ TEST(ModuleLifecycleTest, NewModuleReportsTheDefaults) {
     EXPECT_EQ(m.getSampleRate(), 1.0);
     EXPECT_EQ(m.getBufferLength(), 0u);
     EXPECT_TRUE(m.getCurrentEnabled());
-    for (bool enabled : {m.getLineToLineResultsEnabled(), m.getWaveformsEnabled(), m.getInterHarmonicsEnabled(),
-                         m.getFullFftEnabled(), m.getThdEnabled(), m.getSymmetricalComponentsEnabled(),
-                         m.getPeriodValuesEnabled(), m.getFundamentalPeriodValuesEnabled(), m.getRvcEnabled(),
-                         m.getDipSwellEnabled(), m.getClarkeTransformEnabled(), m.getParkTransformEnabled(),
-                         m.getClarkeOrParkVoltagesEnabled(), m.getClarkeOrParkCurrentsEnabled(),
-                         m.getClarkeOrParkWaveformsEnabled(), m.getMechanicalAngleUsed()})
+    for (bool enabled :
+         {m.getLineToLineResultsEnabled(), m.getWaveformsEnabled(), m.getInterHarmonicsEnabled(), m.getFullFftEnabled(),
+          m.getThdEnabled(), m.getSymmetricalComponentsEnabled(), m.getPeriodValuesEnabled(),
+          m.getFundamentalPeriodValuesEnabled(), m.getRvcEnabled(), m.getDipSwellEnabled(),
+          m.getClarkeTransformEnabled(), m.getParkTransformEnabled(), m.getClarkeOrParkVoltagesEnabled(),
+          m.getClarkeOrParkCurrentsEnabled(), m.getClarkeOrParkWaveformsEnabled(), m.getMechanicalAngleUsed()})
         EXPECT_FALSE(enabled);
     EXPECT_EQ(m.getHighestRequestedHarmonic(), 1);
     EXPECT_EQ(m.getThdHighestHarmonic(), 40);
@@ -146,8 +145,7 @@ TEST(ModuleLifecycleTest, UpdatesRebuildOnceWhenTheLastOneCloses) {
 TEST(ModuleLifecycleTest, SettingsOneAtATimeInAnyOrder) {
     std::vector<std::function<void(PowerModule&)>> setters = {
         [](PowerModule& m) { m.setGridConfigType(ThreePhaseStarThreeCurrents); },
-        [](PowerModule& m) { m.setSampleRate(6400.0, 1); },
-        [](PowerModule& m) { m.setBufferLength(1280); },
+        [](PowerModule& m) { m.setSampleRate(6400.0, 1); }, [](PowerModule& m) { m.setBufferLength(1280); },
         [](PowerModule& m) { m.setStaticFrequency(50.0, 0.1); }};
     std::array<int, 4> order = {0, 1, 2, 3};
     do {
@@ -161,8 +159,9 @@ TEST(ModuleLifecycleTest, SettingsOneAtATimeInAnyOrder) {
         EXPECT_EQ(b.getMaxFftLength(), 2048u);
         EXPECT_EQ(b.samplesBuffer.getHostItemsList(), (List{0, 1, 2, 3, 4, 5}));
         m.reset(0);
-        writeMeasured(m, MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
-                                         balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
+        writeMeasured(m,
+                      MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
+                                      balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
                       0, 1280, 50.0);
         m.scheduleForCalculation(0, 1280, 50.0);
         m.sync();
@@ -243,8 +242,9 @@ TEST(ModuleLifecycleDeathTest, DestroyingAModuleWithCalculationsInFlight) {
             s.grid = ThreePhaseStarThreeCurrents;
             configure(m, s);
             m.reset(0);
-            writeMeasured(m, MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
-                                             balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
+            writeMeasured(m,
+                          MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
+                                          balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
                           0, 3840, 50.0);
             for (unsigned k = 0; k < 3; ++k) m.scheduleForCalculation(k * 1280, 1280, 50.0);
         }

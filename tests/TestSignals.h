@@ -32,7 +32,8 @@ struct Waveform {
             if (t.order == 0.0) {
                 value += t.amplitude;
             } else {
-                value += t.amplitude * std::sin(2.0 * kPi * t.order * fundamental * time + t.phaseDegrees * kPi / 180.0);
+                value +=
+                    t.amplitude * std::sin(2.0 * kPi * t.order * fundamental * time + t.phaseDegrees * kPi / 180.0);
             }
         }
         return value;
@@ -49,7 +50,8 @@ inline Waveform randomWaveform(std::mt19937& random, double amplitude, int highe
     w.tones.push_back({1.0, amplitude, phase(random)});
     w.tones.push_back({0.0, amplitude * 0.02 * (unit(random) - 0.5), 0.0});
     for (int h = 2; h <= highestOrder; ++h) {
-        if (unit(random) < 0.5) w.tones.push_back({static_cast<double>(h), amplitude * (0.01 + 0.09 * unit(random)), phase(random)});
+        if (unit(random) < 0.5)
+            w.tones.push_back({static_cast<double>(h), amplitude * (0.01 + 0.09 * unit(random)), phase(random)});
     }
     const int below = 1 + static_cast<int>(unit(random) * (highestOrder - 2));
     w.tones.push_back({below + 0.5, amplitude * (0.005 + 0.02 * unit(random)), phase(random)});
@@ -62,8 +64,8 @@ struct ModuleSettings {
     double sampleRate = 6400.0;
     unsigned long long bufferLength = 4096;
     bool variableFrequency = false;
-    double frequency = 50.0;  // static frequency: nominal value
-    double tolerance = 0.1;   // static frequency: relative range
+    double frequency = 50.0;     // static frequency: nominal value
+    double tolerance = 0.1;      // static frequency: relative range
     double minFrequency = 45.0;  // variable frequency range
     double maxFrequency = 65.0;
     unsigned short periodCount = 10;

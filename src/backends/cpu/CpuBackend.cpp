@@ -55,6 +55,8 @@ int CpuBackend::allocateDevice(void** pointer, size_t bytes) {
 
 int CpuBackend::freeDevice(void* pointer) {
     if (pointer == nullptr) return 0;
+    // Like cudaFree, wait for the device first: queued work may still use the block.
+    synchronizeDevice();
     {
         std::lock_guard<std::mutex> lock(deviceBlocksMutex);
         if (deviceBlocks.erase(pointer) == 0) return kInvalidValue;
