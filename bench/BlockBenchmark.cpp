@@ -39,10 +39,14 @@ constexpr int kRepetitions = 7;
 // A module of the reference configuration with its whole sample ring filled
 // once: 200 periods of a distorted three-phase signal, so that every block
 // written later sees a continuous signal.
+// What a harness computes besides the reference configuration.
+enum class Extras { None, ThreePhase, PeriodValues };
+
 class BlockHarness {
   public:
-    explicit BlockHarness(BackendKind kind) : module(BackendOptions{kind, 0, true}) {
+    BlockHarness(BackendKind kind, Extras extras_) : module(BackendOptions{kind, 0, true}), extras(extras_) {
         module.beginUpdate();
+        configureExtras();
         module.setGridConfigType(ThreePhaseStarThreeCurrents);
         module.setLineToLineResultsEnabled(true);
         module.setInterHarmonicsEnabled(true);
@@ -95,7 +99,49 @@ class BlockHarness {
 
     unsigned long long collected() const { return collectedBlocks; }
 
+    // Period values of the block just collected, one per period from the
+    // known zero crossings (1024 samples per period); returns the seconds
+    // getPeriodResults took.
+    double periodValuesOfLastBlock() {
+        drain();
+        std::vector<ZeroCrossingInterval> periods;
+        for (unsigned long long start = periodsScheduled; start + kPeriod <= next; start += kPeriod) {
+            periods.push_back({{start, 0.0}, {start + kPeriod, 0.0}, kFrequency, true});
+            periodsScheduled = start + kPeriod;
+        }
+        module.scheduleForPeriodCalculationFromZeroCrossing(periods);
+        const auto begin = std::chrono::steady_clock::now();
+        bool more = true;
+        while (more) {
+            int count = 0;
+            PowerResultsPeriod* records = nullptr;
+            module.getPeriodResults(&count, &more, &records);
+            if (count > 0) benchmark::DoNotOptimize(records[1].rmsU);
+        }
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    }
+
   private:
+    static constexpr unsigned long long kPeriod = 1024;
+
+    void configureExtras() {
+        if (extras == Extras::ThreePhase) {
+            module.setSymmetricalComponentsEnabled(true);
+            module.setClarkeTransformEnabled(true);
+            module.setClarkeOrParkVoltagesEnabled(true);
+            module.setClarkeOrParkCurrentsEnabled(true);
+        }
+        if (extras == Extras::PeriodValues) {
+            module.setPeriodValuesEnabled(true);
+            module.setFundamentalPeriodValuesEnabled(true);
+            module.setPeriodSymmetricalComponentsEnabled(true);
+            module.setDipSwellEnabled(true);
+            module.setRvcEnabled(true);
+            module.setNominalVoltage(230.0);
+            module.setNominalLineToLineVoltage(400.0);
+        }
+    }
+
     // Sleeps rather than spins, leaving the cores to the calculation's threads.
     static void waitBriefly() { std::this_thread::sleep_for(std::chrono::microseconds(20)); }
 
@@ -107,17 +153,19 @@ class BlockHarness {
     }
 
     PowerModule module;
+    Extras extras;
     unsigned long long next = 0;
+    unsigned long long periodsScheduled = 0;
     int inFlight = 0;
     unsigned long long collectedBlocks = 0;
 };
 
 // One harness per backend, kept across the benchmark's runs: the measured
 // plans are made once, and the sample index keeps advancing.
-BlockHarness& harnessFor(BackendKind kind) {
-    static std::map<BackendKind, std::unique_ptr<BlockHarness>> harnesses;
-    auto& h = harnesses[kind];
-    if (h == nullptr) h = std::make_unique<BlockHarness>(kind);
+BlockHarness& harnessFor(BackendKind kind, Extras extras = Extras::None) {
+    static std::map<std::pair<BackendKind, Extras>, std::unique_ptr<BlockHarness>> harnesses;
+    auto& h = harnesses[{kind, extras}];
+    if (h == nullptr) h = std::make_unique<BlockHarness>(kind, extras);
     return *h;
 }
 
@@ -127,14 +175,28 @@ void setBlockCounters(benchmark::State& state) {
     state.counters["realtime_factor"] = benchmark::Counter(blocks * kBlock / kSampleRate, benchmark::Counter::kIsRate);
 }
 
-void runBlocks(benchmark::State& state, BackendKind kind) {
-    BlockHarness& harness = harnessFor(kind);
+void runBlocks(benchmark::State& state, BackendKind kind, Extras extras = Extras::None) {
+    BlockHarness& harness = harnessFor(kind, extras);
     for (auto _ : state) harness.step();
     harness.drain();
     setBlockCounters(state);
 }
 
 void BM_BlockCpu(benchmark::State& state) { runBlocks(state, BackendKind::Cpu); }
+
+// The same with block symmetrical components and the Clarke transform on.
+void BM_BlockCpuThreePhase(benchmark::State& state) { runBlocks(state, BackendKind::Cpu, Extras::ThreePhase); }
+
+// getPeriodResults alone for the ten full-period values of one block, with
+// period symmetrical components, dips, swells and rapid voltage changes on.
+void BM_PeriodValuesCpu(benchmark::State& state) {
+    BlockHarness& harness = harnessFor(BackendKind::Cpu, Extras::PeriodValues);
+    for (auto _ : state) {
+        harness.step();
+        state.SetIterationTime(harness.periodValuesOfLastBlock());
+    }
+    setBlockCounters(state);
+}
 
 void BM_BlockCuda(benchmark::State& state) {
     if (!tarnel::isCudaDeviceAvailable()) {
@@ -174,6 +236,16 @@ BENCHMARK(BM_BlockCpu)
     ->UseRealTime()
     ->Repetitions(kRepetitions)
     ->ReportAggregatesOnly(true);
+BENCHMARK(BM_BlockCpuThreePhase)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime()
+    ->Repetitions(kRepetitions)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_PeriodValuesCpu)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseManualTime()
+    ->Repetitions(kRepetitions)
+    ->ReportAggregatesOnly(true);
 BENCHMARK(BM_FftwAlone)
     ->Unit(benchmark::kMicrosecond)
     ->UseRealTime()
@@ -205,17 +277,25 @@ void printSummary(const std::map<std::string, double>& medians) {
     const auto fft = medians.find("BM_FftwAlone");
     if (fft != medians.end())
         std::printf("  FFTW alone (9 x R2C %d, measured plan): %9.1f us per block\n", kFftLength, fft->second * 1e6);
-    for (const char* name : {"BM_BlockCpu", "BM_BlockCuda"}) {
+    for (const char* name : {"BM_BlockCpu", "BM_BlockCpuThreePhase", "BM_BlockCuda"}) {
         const auto it = medians.find(name);
         if (it == medians.end()) {
-            std::printf("  %-12s not measured (skipped)\n", name);
+            std::printf("  %-22s not measured (skipped)\n", name);
             continue;
         }
-        std::printf("  %-12s %9.1f us per block, %8.1f blocks/s, real-time factor %7.1f", name, it->second * 1e6,
+        std::printf("  %-22s %9.1f us per block, %8.1f blocks/s, real-time factor %7.1f", name, it->second * 1e6,
                     1.0 / it->second, blockSeconds / it->second);
         if (fft != medians.end()) std::printf(", block / FFTs alone = %.2f (target <= 1.5)", it->second / fft->second);
         std::printf("\n");
     }
+    const auto block = medians.find("BM_BlockCpu"), threePhase = medians.find("BM_BlockCpuThreePhase");
+    const auto periods = medians.find("BM_PeriodValuesCpu");
+    if (block != medians.end() && threePhase != medians.end())
+        std::printf("  symmetrical components and Clarke on: %+.1f %% per block (target <= +10 %%)\n",
+                    100.0 * (threePhase->second / block->second - 1.0));
+    if (block != medians.end() && periods != medians.end())
+        std::printf("  period values of a block: %.1f us, %.1f %% of the block pipeline (target <= 25 %%)\n",
+                    periods->second * 1e6, 100.0 * periods->second / block->second);
 }
 
 }  // namespace
