@@ -141,8 +141,11 @@ struct MeasuredSignals {
 
 // Writes every measured channel for samples first … first + count − 1 into the
 // module's input rings and reports them with writeSamples (count ≤ ring length).
+// It first waits for the device, since earlier uploads may still read ring
+// positions that these samples overwrite.
 inline void writeMeasured(PowerModule& module, const MeasuredSignals& signals, uint64_t first, size_t count,
                           double fundamental) {
+    module.sync();
     const size_t ring = module.getBufferLength();
     const double rate = module.getSampleRate();
     for (size_t c = 0; c < signals.voltages.size(); ++c) {
