@@ -29,30 +29,30 @@ std::string failureOf(const std::string& path) {
     return "no error";
 }
 
-std::string comtradeWithData(const TempDir& dir, const ComtradeSpec& spec,
+std::string comtradeWithData(const TempDir& dir, const GeneratedComtrade& recording,
                              const std::function<void(std::string&)>& damage) {
-    std::string data = datBytes(spec);
+    std::string data = datBytes(recording);
     damage(data);
     dir.write("rec.dat", data);
-    return dir.write("rec.cfg", cfgText(spec));
+    return dir.write("rec.cfg", cfgText(recording));
 }
 
-ComtradeSpec binarySpec() {
-    ComtradeSpec spec;
-    spec.dataType = "BINARY";
-    return spec;
+GeneratedComtrade binaryRecording() {
+    GeneratedComtrade recording;
+    recording.dataType = "BINARY";
+    return recording;
 }
 
-ComtradeSpec withoutSamples() {
-    ComtradeSpec spec;
-    spec.rates = {{1000.0, 0}};
-    return spec;
+GeneratedComtrade withoutSamples() {
+    GeneratedComtrade recording;
+    recording.rates = {{1000.0, 0}};
+    return recording;
 }
 
-ComtradeSpec withoutAnalogs() {
-    ComtradeSpec spec;
-    spec.analogs.clear();
-    return spec;
+GeneratedComtrade withoutAnalogs() {
+    GeneratedComtrade recording;
+    recording.analogs.clear();
+    return recording;
 }
 
 std::string wavWithFormat(uint16_t format, unsigned bits, size_t cut) {
@@ -71,21 +71,21 @@ const std::vector<BadCase>& cases() {
          "x.csv: not a regular file"},
         {"unknown type", [](const TempDir& d) { return d.write("rec.txt", "1,2\n"); },
          "rec.txt: unknown recording type '.txt'"},
-        {"no data file", [](const TempDir& d) { return d.write("rec.cfg", cfgText(ComtradeSpec())); },
+        {"no data file", [](const TempDir& d) { return d.write("rec.cfg", cfgText(GeneratedComtrade())); },
          "rec.cfg: no .dat file beside it (expected rec.dat)"},
         {"truncated binary",
          [](const TempDir& d) {
-             return comtradeWithData(d, binarySpec(), [](std::string& s) { s.resize(s.size() - 3); });
+             return comtradeWithData(d, binaryRecording(), [](std::string& s) { s.resize(s.size() - 3); });
          },
          "rec.dat: truncated: holds 199 whole samples, the configuration declares 200"},
         {"truncated text",
          [](const TempDir& d) {
-             return comtradeWithData(d, ComtradeSpec(), [](std::string& s) { s.resize(s.find("\r\n151,") + 2); });
+             return comtradeWithData(d, GeneratedComtrade(), [](std::string& s) { s.resize(s.find("\r\n151,") + 2); });
          },
          "rec.dat: truncated: ends after 150 of the 200 samples"},
         {"channel count in the data",
          [](const TempDir& d) {
-             return comtradeWithData(d, ComtradeSpec(),
+             return comtradeWithData(d, GeneratedComtrade(),
                                      [](std::string& s) { s.erase(s.rfind(",", s.find("\r\n5,")) - 2, 2); });
          },
          "rec.dat:4: 6 values, but the configuration declares 5 channels"},
@@ -132,12 +132,12 @@ TEST(BadInput, EndsInOneLineNamingTheFileAndTheProblem) {
 TEST(BadInput, SurvivesDamagedDataFiles) {
     std::mt19937 random(11);
     for (const std::string type : {"ASCII", "BINARY", "FLOAT32"}) {
-        ComtradeSpec spec;
-        spec.dataType = type;
-        const std::string good = datBytes(spec);
+        GeneratedComtrade recording;
+        recording.dataType = type;
+        const std::string good = datBytes(recording);
         for (int round = 0; round < 20; ++round) {
             TempDir dir;
-            const std::string path = comtradeWithData(dir, spec, [&](std::string& s) {
+            const std::string path = comtradeWithData(dir, recording, [&](std::string& s) {
                 for (int k = 0; k < 10; ++k) s[random() % s.size()] = static_cast<char>(random() % 256);
                 s.resize(random() % (s.size() + 1));
             });

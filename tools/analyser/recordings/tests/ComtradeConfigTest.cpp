@@ -19,12 +19,12 @@ ComtradeConfig parse(const std::string& text) {
 }
 
 TEST(ComtradeConfig, ReadsThe1999Layout) {
-    ComtradeSpec spec;
-    spec.analogs[0].primary = 20000;
-    spec.analogs[0].secondary = 100;
-    spec.analogs[0].side = 'S';
-    spec.rates = {{4000.0, 100}, {1234.5678, 160}};
-    const ComtradeConfig config = parse(cfgText(spec));
+    GeneratedComtrade recording;
+    recording.analogs[0].primary = 20000;
+    recording.analogs[0].secondary = 100;
+    recording.analogs[0].side = 'S';
+    recording.rates = {{4000.0, 100}, {1234.5678, 160}};
+    const ComtradeConfig config = parse(cfgText(recording));
     EXPECT_EQ(config.revision, 1999);
     ASSERT_EQ(config.analogs.size(), 2u);
     EXPECT_EQ(config.digitalCount, 3u);
@@ -42,10 +42,10 @@ TEST(ComtradeConfig, ReadsThe1999Layout) {
 }
 
 TEST(ComtradeConfig, ReadsThe1991LayoutWithoutRatiosOrMultiplier) {
-    ComtradeSpec spec;
-    spec.revision = "";
-    spec.dataType = "BINARY";
-    const ComtradeConfig config = parse(cfgText(spec));
+    GeneratedComtrade recording;
+    recording.revision = "";
+    recording.dataType = "BINARY";
+    const ComtradeConfig config = parse(cfgText(recording));
     EXPECT_EQ(config.revision, 1991);
     EXPECT_EQ(config.dataType, ComtradeDataType::Binary);
     EXPECT_EQ(config.analogs[0].primary, config.analogs[0].secondary);
@@ -67,9 +67,9 @@ TEST(ComtradeConfig, TakesTheTimestampUnitFromTheStartTimeAndMultiplier) {
 }
 
 TEST(ComtradeConfig, TakesInBetweenRevisionYearsAsThe1999Layout) {
-    ComtradeSpec spec;
-    spec.revision = "2000";
-    EXPECT_EQ(parse(cfgText(spec)).revision, 1999);
+    GeneratedComtrade recording;
+    recording.revision = "2000";
+    EXPECT_EQ(parse(cfgText(recording)).revision, 1999);
 }
 
 struct Malformed {
@@ -80,7 +80,7 @@ struct Malformed {
 class MalformedConfig : public ::testing::TestWithParam<Malformed> {};
 
 TEST_P(MalformedConfig, NamesTheFileLineAndProblem) {
-    std::string cfg = cfgText(ComtradeSpec());
+    std::string cfg = cfgText(GeneratedComtrade());
     const size_t at = cfg.find(GetParam().from);
     ASSERT_NE(at, std::string::npos);
     cfg.replace(at, GetParam().from.size(), GetParam().to);
@@ -106,7 +106,7 @@ INSTANTIATE_TEST_SUITE_P(
 // A configuration cut short anywhere, or with any line damaged, is a clear
 // error or a valid configuration, never anything else.
 TEST(ComtradeConfig, SurvivesTruncationAndDamageAnywhere) {
-    const std::string cfg = cfgText(ComtradeSpec());
+    const std::string cfg = cfgText(GeneratedComtrade());
     std::mt19937 random(7);
     for (size_t cut = 0; cut < cfg.size(); cut += 3) {
         std::string damaged = cfg.substr(0, cut);

@@ -16,11 +16,11 @@ void putFloat(std::string& out, float value) {
     putLe(out, bits, 4);
 }
 
-uint64_t timeStamp(const ComtradeSpec& spec, uint64_t n) {
+uint64_t timeStamp(const GeneratedComtrade& recording, uint64_t n) {
     // Microseconds through the rate sections.
     double t = 0.0;
     uint64_t first = 0;
-    for (const auto& [rate, last] : spec.rates) {
+    for (const auto& [rate, last] : recording.rates) {
         const uint64_t inSection = std::min(n, last) - std::min(n, first);
         t += static_cast<double>(inSection) / (rate > 0 ? rate : 1000.0);
         first = last;
@@ -28,54 +28,55 @@ uint64_t timeStamp(const ComtradeSpec& spec, uint64_t n) {
     return static_cast<uint64_t>(std::llround(t * 1e6));
 }
 
-void putBinaryRecord(std::string& out, const ComtradeSpec& spec, uint64_t n) {
+void putBinaryRecord(std::string& out, const GeneratedComtrade& recording, uint64_t n) {
     putLe(out, n + 1, 4);
-    putLe(out, spec.missingTimes ? 0xFFFFFFFFu : timeStamp(spec, n), 4);
-    for (size_t c = 0; c < spec.analogs.size(); ++c) {
-        const double x = stored(spec, c, n);
-        if (spec.dataType == "BINARY") putLe(out, static_cast<uint16_t>(static_cast<int16_t>(x)), 2);
-        if (spec.dataType == "BINARY32") putLe(out, static_cast<uint32_t>(static_cast<int32_t>(x)), 4);
-        if (spec.dataType == "FLOAT32") putFloat(out, static_cast<float>(x));
+    putLe(out, recording.missingTimes ? 0xFFFFFFFFu : timeStamp(recording, n), 4);
+    for (size_t c = 0; c < recording.analogs.size(); ++c) {
+        const double x = stored(recording, c, n);
+        if (recording.dataType == "BINARY") putLe(out, static_cast<uint16_t>(static_cast<int16_t>(x)), 2);
+        if (recording.dataType == "BINARY32") putLe(out, static_cast<uint32_t>(static_cast<int32_t>(x)), 4);
+        if (recording.dataType == "FLOAT32") putFloat(out, static_cast<float>(x));
     }
-    putLe(out, n & 1, 2 * ((spec.digitals + 15) / 16));
+    putLe(out, n & 1, 2 * ((recording.digitals + 15) / 16));
 }
 
 }  // namespace
 
-std::string cfgText(const ComtradeSpec& spec) {
-    const bool old = spec.revision.empty() || spec.revision == "1991";
+std::string cfgText(const GeneratedComtrade& recording) {
+    const bool old = recording.revision.empty() || recording.revision == "1991";
     std::ostringstream cfg;
     cfg.precision(17);
-    cfg << "Test station,rig" << (spec.revision.empty() ? "" : "," + spec.revision) << "\r\n";
-    cfg << spec.analogs.size() + spec.digitals << "," << spec.analogs.size() << "A," << spec.digitals << "D\r\n";
-    for (size_t c = 0; c < spec.analogs.size(); ++c) {
-        const AnalogSpec& a = spec.analogs[c];
+    cfg << "Test station,rig" << (recording.revision.empty() ? "" : "," + recording.revision) << "\r\n";
+    cfg << recording.analogs.size() + recording.digitals << "," << recording.analogs.size() << "A,"
+        << recording.digitals << "D\r\n";
+    for (size_t c = 0; c < recording.analogs.size(); ++c) {
+        const GeneratedAnalog& a = recording.analogs[c];
         // Empty skew and real min/max, as real recorders write them.
         cfg << c + 1 << "," << a.name << "," << a.phase << ",," << a.unit << "," << a.a << "," << a.b
             << ",,-32767.0,32767.0";
         if (!old) cfg << "," << a.primary << "," << a.secondary << "," << a.side;
         cfg << "\r\n";
     }
-    for (size_t d = 0; d < spec.digitals; ++d) cfg << d + 1 << ",S" << d + 1 << (old ? "" : ",,") << ",0\r\n";
-    cfg << "50\r\n" << spec.rates.size() << "\r\n";
-    for (const auto& [rate, last] : spec.rates) cfg << rate << "," << last << "\r\n";
-    cfg << "01/02/2024,10:00:00.000000\r\n01/02/2024,10:00:00.100000\r\n" << spec.dataType << "\r\n";
+    for (size_t d = 0; d < recording.digitals; ++d) cfg << d + 1 << ",S" << d + 1 << (old ? "" : ",,") << ",0\r\n";
+    cfg << "50\r\n" << recording.rates.size() << "\r\n";
+    for (const auto& [rate, last] : recording.rates) cfg << rate << "," << last << "\r\n";
+    cfg << "01/02/2024,10:00:00.000000\r\n01/02/2024,10:00:00.100000\r\n" << recording.dataType << "\r\n";
     if (!old) cfg << "1\r\n";
     return cfg.str();
 }
 
-std::string datBytes(const ComtradeSpec& spec) {
+std::string datBytes(const GeneratedComtrade& recording) {
     std::string out;
-    const uint64_t total = spec.rates.back().second;
+    const uint64_t total = recording.rates.back().second;
     for (uint64_t n = 0; n < total; ++n) {
-        if (spec.dataType != "ASCII") {
-            putBinaryRecord(out, spec, n);
+        if (recording.dataType != "ASCII") {
+            putBinaryRecord(out, recording, n);
             continue;
         }
-        out += std::to_string(n + 1) + "," + (spec.missingTimes ? "" : std::to_string(timeStamp(spec, n)));
-        for (size_t c = 0; c < spec.analogs.size(); ++c)
-            out += "," + std::to_string(static_cast<int64_t>(stored(spec, c, n)));
-        for (size_t d = 0; d < spec.digitals; ++d) out += n & 1 ? ",1" : ",0";
+        out += std::to_string(n + 1) + "," + (recording.missingTimes ? "" : std::to_string(timeStamp(recording, n)));
+        for (size_t c = 0; c < recording.analogs.size(); ++c)
+            out += "," + std::to_string(static_cast<int64_t>(stored(recording, c, n)));
+        for (size_t d = 0; d < recording.digitals; ++d) out += n & 1 ? ",1" : ",0";
         out += "\r\n";
     }
     return out;

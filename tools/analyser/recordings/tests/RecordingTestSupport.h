@@ -44,7 +44,7 @@ class TempDir {
     fs::path path;
 };
 
-struct AnalogSpec {
+struct GeneratedAnalog {
     std::string name, phase, unit;
     double a = 1.0, b = 0.0;
     double amplitude = 100.0, phaseShift = 0.0;  // of the recorded value, in `unit`
@@ -52,10 +52,10 @@ struct AnalogSpec {
     char side = 'P';
 };
 
-struct ComtradeSpec {
+struct GeneratedComtrade {
     std::string revision = "1999";  // "" or "1991" write the 1991 layout, with or without the year
     std::string dataType = "ASCII";
-    std::vector<AnalogSpec> analogs = {{"VA", "A", "V", 0.01, 0.5, 325.0, 0.0},
+    std::vector<GeneratedAnalog> analogs = {{"VA", "A", "V", 0.01, 0.5, 325.0, 0.0},
                                        {"IA", "A", "A", 0.002, -0.1, 14.0, -0.5}};
     size_t digitals = 3;
     std::vector<std::pair<double, uint64_t>> rates = {{1000.0, 200}};  // rate, last sample
@@ -63,23 +63,24 @@ struct ComtradeSpec {
 };
 
 // The recorded value of channel c at sample n: a sine of 20 samples per period.
-inline double recorded(const ComtradeSpec& spec, size_t c, uint64_t n) {
-    const AnalogSpec& a = spec.analogs[c];
+inline double recorded(const GeneratedComtrade& recording, size_t c, uint64_t n) {
+    const GeneratedAnalog& a = recording.analogs[c];
     return a.amplitude * std::sin(2.0 * kPi * static_cast<double>(n) / 20.0 + a.phaseShift);
 }
 
-inline double stored(const ComtradeSpec& spec, size_t c, uint64_t n) {
-    const double x = (recorded(spec, c, n) - spec.analogs[c].b) / spec.analogs[c].a;
-    return spec.dataType == "FLOAT32" ? static_cast<double>(static_cast<float>(x)) : std::round(x);
+inline double stored(const GeneratedComtrade& recording, size_t c, uint64_t n) {
+    const double x = (recorded(recording, c, n) - recording.analogs[c].b) / recording.analogs[c].a;
+    return recording.dataType == "FLOAT32" ? static_cast<double>(static_cast<float>(x)) : std::round(x);
 }
 
-std::string cfgText(const ComtradeSpec& spec);
-std::string datBytes(const ComtradeSpec& spec);
+std::string cfgText(const GeneratedComtrade& recording);
+std::string datBytes(const GeneratedComtrade& recording);
 
 // Writes NAME.cfg and NAME.dat; returns the .cfg path.
-inline std::string writeComtrade(const TempDir& dir, const ComtradeSpec& spec, const std::string& name = "rec") {
-    dir.write(name + ".dat", datBytes(spec));
-    return dir.write(name + ".cfg", cfgText(spec));
+inline std::string writeComtrade(const TempDir& dir, const GeneratedComtrade& recording,
+                                 const std::string& name = "rec") {
+    dir.write(name + ".dat", datBytes(recording));
+    return dir.write(name + ".cfg", cfgText(recording));
 }
 
 // Reads the whole recording in chunks of `chunk` samples.
