@@ -110,7 +110,8 @@ class PowerModule::PowerModuleImpl {
     void validateBlockRequest(unsigned long long firstSampleIndex, unsigned int length, double frequency,
                               unsigned long long fftLength) const;
     const double* prepareWindow(int length, CUstream_st* stream);
-    void enqueueWaveformKernels(const PowerResultsQueueItem& item, int start, float fftScale, const double* window);
+    void enqueueWaveformKernels(const PowerResultsQueueItem& item, size_t row, int start, float fftScale,
+                                const double* window);
     void enqueueSpectralKernels(const PowerResultsQueueItem& item, size_t row);
     void enqueueTransformWaveforms(const PowerResultsQueueItem& item, int start, size_t row);
     void enqueueThreePhaseValues(const PowerResultsQueueItem& item, size_t row);

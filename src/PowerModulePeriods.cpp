@@ -10,6 +10,7 @@
 #include <string>
 
 #include "PowerModuleImpl.h"
+#include "PowerQuantities.h"
 #include "tarnel/PowerSymmetricalComponents.h"
 
 namespace {
@@ -147,8 +148,6 @@ double phaseAngle(std::complex<double> u1, std::complex<double> i1) {
     return angle;
 }
 
-double nonNegativeRoot(double s, double p) { return std::sqrt(std::max(0.0, s * s - p * p)); }
-
 // Turns the sums of one phase into its record and hands back its U1 and I1.
 void fillPhaseRecord(PowerResultsPeriod& r, const PhaseSums& sums, double totalLength, bool currents, bool lineToLine,
                      std::complex<double>& u1, std::complex<double>& i1) {
@@ -168,7 +167,7 @@ void fillPhaseRecord(PowerResultsPeriod& r, const PhaseSums& sums, double totalL
         r.apparentPower = r.rmsI * r.rmsU;
         r.activePower = perSample * sums.ui;
         r.nonActivePower = nonNegativeRoot(r.apparentPower, r.activePower);
-        r.powerFactor = r.apparentPower > 0.0 ? r.activePower / r.apparentPower : 0.0;
+        r.powerFactor = ratioOrZero(r.activePower, r.apparentPower);
     }
     if (lineToLine) r.rmsUL = std::sqrt(perSample * sums.ul2);
 }
@@ -501,7 +500,7 @@ void PowerModule::PowerModuleImpl::fillPeriodTotals(PowerResultsPeriod* out, dou
     for (unsigned p = 1; p <= phases; ++p) addToTotal(total, out[p], phases, currents, lineToLine);
     if (currents) {
         total.nonActivePower = nonNegativeRoot(total.apparentPower, total.activePower);
-        total.powerFactor = total.apparentPower > 0.0 ? total.activePower / total.apparentPower : 0.0;
+        total.powerFactor = ratioOrZero(total.activePower, total.apparentPower);
         total.fundamentalReactivePower = nonNegativeRoot(total.fundamentalApparentPower, total.fundamentalActivePower);
     }
     if (config.dipSwellEnabled) {

@@ -5,13 +5,8 @@
 #include <cstring>
 
 #include "PowerModuleImpl.h"
+#include "PowerQuantities.h"
 #include "tarnel/PowerSymmetricalComponents.h"
-
-namespace {
-
-double nonNegativeRoot(double a, double b) { return std::sqrt(std::max(a * a - b * b, 0.0)); }
-
-}  // namespace
 
 bool PowerModule::PowerModuleImpl::isAnyResultReady() {
     std::lock_guard<std::mutex> lock(resultsMutex);
@@ -90,7 +85,7 @@ void PowerModule::PowerModuleImpl::fillPhase(PowerResultsGeneral& record, const 
         r.budeanuReactivePower = d.nonActivePower;
         r.apparentPower = r.spectralRmsU * r.spectralRmsI;
         r.nonActivePower = nonNegativeRoot(r.apparentPower, r.spectralActivePower);
-        r.powerFactor = r.apparentPower > 0.0 ? r.spectralActivePower / r.apparentPower : 0.0;
+        r.powerFactor = ratioOrZero(r.spectralActivePower, r.apparentPower);
         r.impedance = r.rmsI > 0.001 ? r.rmsU / r.rmsI : 0.0;
     }
     if (getFullFftEnabled()) {
@@ -195,7 +190,7 @@ void PowerModule::PowerModuleImpl::addToTotals(PowerResultsPhase& t, const Power
 void PowerModule::PowerModuleImpl::completeTotals(PowerResultsPhase& t) {
     t.nonActivePower = nonNegativeRoot(t.apparentPower, t.spectralActivePower);
     t.fundamentalReactivePower = nonNegativeRoot(t.fundamentalApparentPower, t.fundamentalActivePower);
-    t.powerFactor = t.apparentPower > 0.0 ? t.spectralActivePower / t.apparentPower : 0.0;
+    t.powerFactor = ratioOrZero(t.spectralActivePower, t.apparentPower);
     t.distortionPower = nonNegativeRoot(t.nonActivePower, t.fundamentalReactivePower);
     t.budeanuDistortionPower = nonNegativeRoot(t.nonActivePower, t.budeanuReactivePower);
     t.displacementPowerFactor =

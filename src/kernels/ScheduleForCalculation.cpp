@@ -59,8 +59,8 @@ const double* PowerModule::PowerModuleImpl::prepareWindow(int length, CUstream_s
     return table;
 }
 
-void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueueItem& item, int start, float fftScale,
-                                                          const double* window) {
+void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueueItem& item, size_t row, int start,
+                                                          float fftScale, const double* window) {
     const PowerGridConfig grid = config.getGridConfig();
     const int n = static_cast<int>(item.getLength()), ring = static_cast<int>(buffers.getBufferLength());
     const int fftLength = static_cast<int>(item.getFftInputLength());
@@ -84,9 +84,7 @@ void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueu
                g, 32, phases, stream);
     }
     float* u = samples.getDeviceBuffer(slots::kVoltages);
-    GpuBuffer<PowerResultsGeneral>& general = buffers.generalResultsBuffer;
-    PowerResultsGeneral* record =
-        general.getDeviceBufferAt(item.getIndex() % buffers.getGeneralResultsBufferLength(), 1, 0);
+    PowerResultsGeneral* record = buffers.generalResultsBuffer.getDeviceBufferAt(row, 1, 0);
     if (config.currentEnabled) {
         float* i = samples.getDeviceBuffer(slots::kCurrents);
         float* fftI = fftInput.getDeviceBufferAt(0, fftLength, slots::kCurrents);
@@ -292,7 +290,7 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
 
     const auto fftScale = static_cast<float>(
         kBlackmanRmsReciprocal / std::sqrt(0.5 * static_cast<double>(length) * static_cast<double>(fftLength)));
-    enqueueWaveformKernels(*item, start, fftScale, prepareWindow(static_cast<int>(length), stream));
+    enqueueWaveformKernels(*item, row, start, fftScale, prepareWindow(static_cast<int>(length), stream));
     enqueueTransformWaveforms(*item, start, row);
     CUFFT_CALL(fftPlans.at(plan)->execute(
         buffers.fftInputBuffer.getDeviceBufferAt(0, fftLength, slots::kVoltages),

@@ -34,7 +34,8 @@ void Analysis::configure() {
     ringLength = static_cast<unsigned long long>(std::ceil(kRingSeconds * fs));
     // Chunks stay well inside the ring so that blocks in flight keep their samples.
     settings.chunkSamples = std::max<size_t>(1, std::min<size_t>(settings.chunkSamples, ringLength / 4));
-    const bool threePhase = PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount == 3;
+    const unsigned phases = PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount;
+    const bool threePhase = phases == 3;
     module.beginUpdate();
     module.setGridConfigType(static_cast<PowerGridConfigType>(info.gridType));
     module.setSampleRate(fs, 1);
@@ -42,8 +43,7 @@ void Analysis::configure() {
     module.setStaticFrequency(f, 0.1);
     module.setPeriodCount(static_cast<unsigned short>(blockPeriods));
     module.setCurrentEnabled(!info.currents.empty());
-    module.setLineToLineResultsEnabled(
-        PowerGridConfig::forType(static_cast<PowerGridConfigType>(info.gridType)).phasesCount > 1);
+    module.setLineToLineResultsEnabled(phases > 1);
     module.setInterHarmonicsEnabled(true);
     module.setThdEnabled(true);
     module.setHighestRequestedHarmonic(static_cast<int>(kHighestHarmonic));
