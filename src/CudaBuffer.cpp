@@ -182,6 +182,14 @@ void GpuBuffer<T>::asyncMemsetToZeroOnDevice(size_t offset, size_t count, CUstre
 }
 
 template <typename T>
+void GpuBuffer<T>::asyncMemsetSlotRangesToZeroOnDevice(size_t count, size_t first, size_t last, CUstream_st* stream) {
+    const size_t slots = items.getDeviceItemsCount();
+    if (deviceBuffer == nullptr || slots == 0 || first >= last || last > count) return;
+    CUDA_CALL(
+        backend->memset2DAsync(deviceBuffer + first, count * sizeof(T), 0, (last - first) * sizeof(T), slots, stream));
+}
+
+template <typename T>
 void GpuBuffer<T>::copyBlock(size_t offset, size_t count, CUstream_st* stream, bool hostToDevice) {
     const size_t copied = hostToDevice ? items.getHost2DeviceItems().size() : items.getDevice2HostItems().size();
     if (copied == 0 || count == 0 || hostBuffer == nullptr || deviceBuffer == nullptr) return;

@@ -64,6 +64,7 @@ void PowerModule::PowerModuleImpl::initialize() {
         if (backend->prefersWindowTable()) windowBuffer.addItems(0, 1, GpuBufferItems::DeviceOnly);
         windowBuffer.resize(buffers.getMaxFftLength());
         windowLength = 0;
+        fftInputLayout = 0;
         // The unwritten third slot of each Park group reads as zero.
         buffers.clarkeParkBuffer.asyncMemsetToZeroOnDevice(buffers.getBufferLength(), cudaStreams[0]);
         syncCuda();

@@ -110,6 +110,7 @@ class PowerModule::PowerModuleImpl {
     void validateBlockRequest(unsigned long long firstSampleIndex, unsigned int length, double frequency,
                               unsigned long long fftLength) const;
     const double* prepareWindow(int length, CUstream_st* stream);
+    void clearFftPadding(unsigned length, unsigned fftLength, CUstream_st* stream);
     void enqueueWaveformKernels(const PowerResultsQueueItem& item, size_t row, int start, float fftScale,
                                 const double* window);
     void enqueueSpectralKernels(const PowerResultsQueueItem& item, size_t row);
@@ -181,6 +182,10 @@ class PowerModule::PowerModuleImpl {
     // The window of the last block length, kept on backends that prefer a table.
     GpuBuffer<double> windowBuffer;
     int windowLength = 0;
+    // The FFT length the FFT input was last laid out for (0: unknown content)
+    // and how many samples of each channel the last block wrote.
+    unsigned fftInputLayout = 0;
+    unsigned fftInputWritten = 0;
     // The oldest sample the period values may still read from the host rings.
     unsigned long long lastResetSampleIndex = 0;
 };

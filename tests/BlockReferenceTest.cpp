@@ -739,7 +739,9 @@ TEST(BlockReferenceTest, TwoMeasuredCurrentsDeriveTheThird) {
 }
 
 // With variable frequency each block gets the FFT length of its frequency and
-// the plan of that length (entries for 512, 1024 and 2048 samples here).
+// the plan of that length (entries for 512, 1024 and 2048 samples here). The
+// lengths go up and down again, so that each block's padding follows samples
+// an earlier block wrote under another layout.
 TEST(BlockReferenceTest, VariableFrequencyUsesThePlanOfEachLength) {
     ModuleSettings s;
     s.variableFrequency = true;
@@ -750,7 +752,7 @@ TEST(BlockReferenceTest, VariableFrequencyUsesThePlanOfEachLength) {
     Fixture f(s, BackendKind::Cpu);
     ASSERT_EQ(f.module.implementation()->getFftPlansCount(), 3u);
     uint64_t first = 0;
-    for (double frequency : {150.0, 90.0, 41.0}) {
+    for (double frequency : {150.0, 90.0, 41.0, 90.0, 150.0}) {
         const auto n = static_cast<size_t>(std::lround(s.periodCount * s.sampleRate / frequency));
         writeMeasured(f.module, MeasuredSignals{{Waveform{{{1, 100.0, 0.0}, {3, 5.0, 0.0}}}}, {}}, first, n, frequency);
         f.module.scheduleForCalculation(first, static_cast<int>(n), frequency);

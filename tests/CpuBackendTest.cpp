@@ -162,7 +162,7 @@ TEST(CpuBackendTest, DeviceMemoryIsLimitedByTheCapacity) {
     EXPECT_NE(backend->freeDevice(c), 0) << "a pointer freed twice is refused";
 }
 
-// memsetAsync and copyAsync run on the stream, not at the call.
+// memsetAsync, memset2DAsync and copyAsync run on the stream, not at the call.
 TEST(CpuBackendTest, MemsetAndCopyRunInStreamOrder) {
     std::vector<float> host(16, 7.0f), back(16, -1.0f);  // outlive the stream's work
     Streams s(privateBackend(1 << 20), 1);
@@ -175,12 +175,18 @@ TEST(CpuBackendTest, MemsetAndCopyRunInStreamOrder) {
         backend.copyAsync(device, host.data(), 16 * sizeof(float), tarnel::CopyDirection::HostToDevice, s.streams[0]),
         0);
     ASSERT_EQ(backend.memsetAsync(static_cast<float*>(device) + 4, 0, 8 * sizeof(float), s.streams[0]), 0);
+    // Two rows of two floats, eight floats apart: [1, 3) and [9, 11).
+    ASSERT_EQ(backend.memset2DAsync(static_cast<float*>(device) + 1, 8 * sizeof(float), 0, 2 * sizeof(float), 2,
+                                    s.streams[0]),
+              0);
+    EXPECT_NE(backend.memset2DAsync(device, sizeof(float), 0, 2 * sizeof(float), 2, s.streams[0]), 0)
+        << "rows wider than their pitch are refused";
     ASSERT_EQ(
         backend.copyAsync(back.data(), device, 16 * sizeof(float), tarnel::CopyDirection::DeviceToHost, s.streams[0]),
         0);
     EXPECT_EQ(back, std::vector<float>(16, -1.0f));
     gate.open();
     ASSERT_EQ(backend.synchronizeDevice(), 0);
-    for (int k = 0; k < 16; ++k) EXPECT_EQ(back[k], (k >= 4 && k < 12) ? 0.0f : 7.0f) << k;
+    for (int k = 0; k < 16; ++k) EXPECT_EQ(back[k], (k >= 4 && k < 12) || k == 1 || k == 2 ? 0.0f : 7.0f) << k;
     EXPECT_EQ(backend.freeDevice(device), 0);
 }

@@ -43,6 +43,9 @@ class RecordingBackend final : public tarnel::Backend {
     int memsetAsync(void* d, int v, size_t bytes, tarnel::DeviceStream st) override {
         return inner->memsetAsync(d, v, bytes, st);
     }
+    int memset2DAsync(void* d, size_t pitch, int v, size_t width, size_t height, tarnel::DeviceStream st) override {
+        return inner->memset2DAsync(d, pitch, v, width, height, st);
+    }
     int createStream(tarnel::DeviceStream* s) override { return inner->createStream(s); }
     int destroyStream(tarnel::DeviceStream s) override { return inner->destroyStream(s); }
     int createEvent(tarnel::DeviceEvent* e) override { return inner->createEvent(e); }

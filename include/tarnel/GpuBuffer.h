@@ -76,6 +76,9 @@ class TARNEL_API GpuBuffer {
     void memsetToZeroOnHost();
     void asyncMemsetToZeroOnDevice(size_t count, CUstream_st* stream);
     void asyncMemsetToZeroOnDevice(size_t offset, size_t count, CUstream_st* stream);
+    // Zeroes elements [first, last) of every slot of the block view at row 0
+    // with `count` elements per slot.
+    void asyncMemsetSlotRangesToZeroOnDevice(size_t count, size_t first, size_t last, CUstream_st* stream);
     // Block copies of every slot copied in that direction.
     void copyFromHostToDevice(size_t offset, size_t count, CUstream_st* stream);
     void copyFromDeviceToHost(size_t offset, size_t count, CUstream_st* stream);

@@ -57,6 +57,9 @@ class Backend {
     virtual int copyAsync(void* destination, const void* source, size_t bytes, CopyDirection direction,
                           DeviceStream stream) = 0;
     virtual int memsetAsync(void* destination, int value, size_t bytes, DeviceStream stream) = 0;
+    // `height` rows of `widthBytes` bytes, one every `pitchBytes` bytes.
+    virtual int memset2DAsync(void* destination, size_t pitchBytes, int value, size_t widthBytes, size_t height,
+                              DeviceStream stream) = 0;
 
     // Streams and events, with CUDA's ordering rules.
     virtual int createStream(DeviceStream* stream) = 0;

@@ -21,14 +21,16 @@ TARNEL_HD ClarkeValues clarke(float a, float b, float c) {
 
 // Clarke waveforms; row 0 is the first transformed group, row 1 the currents.
 struct kernelWaveformsClarke {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = false;
     int length, start, bufferLength;
     const float* samples;
     float* clarkeOut;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void operator()(int i, int y) const {
-        const int base = 3 * bufferLength * y + ringIndex(i, start, bufferLength);
+        const int base = 3 * bufferLength * y + Ring::index(i, start, bufferLength);
         const ClarkeValues v = clarke(samples[base], samples[base + bufferLength], samples[base + 2 * bufferLength]);
         clarkeOut[base] = v.alpha;
         clarkeOut[base + bufferLength] = v.beta;
@@ -38,6 +40,7 @@ struct kernelWaveformsClarke {
 
 // Park waveforms from the mechanical angle, and the block means of d and q.
 struct kernelWaveformsPark {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = true;
     static constexpr int fieldCount = 2;
     int length, start, bufferLength, polePairs;
@@ -48,8 +51,9 @@ struct kernelWaveformsPark {
     double* parkValues;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void accumulate(KernelSums<2>& s, int i, int y) const {
-        const int k = ringIndex(i, start, bufferLength);
+        const int k = Ring::index(i, start, bufferLength);
         const int base = 3 * bufferLength * y + k;
         const double delta = (mechAngleOffset * 3.1415927410125732) / 180.0;
         const double theta = static_cast<double>(polePairs) * static_cast<double>(mechAngle[k]) - delta;

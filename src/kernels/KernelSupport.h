@@ -10,6 +10,9 @@
 //    double sums per row, `void accumulate(KernelSums<fieldCount>&, int x, int row) const`
 //    adds the contribution of index x, and `double* target(int row, int field) const`
 //    names where the row's total of a field is added (null: not wanted).
+// Kernels that read the block's samples from the ring (`readsRing = true`)
+// take the ring indexing as a template parameter of operator() or
+// accumulate, and have members `start` and `bufferLength`.
 // Reductions are staged per backend (warp shuffles, shared memory and atomic
 // adds on the GPU, plain loops on the CPU); the order of additions differs, so
 // sums agree to the last few bits, not bit for bit.
@@ -46,6 +49,18 @@ TARNEL_HD int ringIndex(int i, int start, int bufferLength) {
     if (k < bufferLength) return k;
     return k < 2 * bufferLength ? k - bufferLength : k % bufferLength;
 }
+
+// How a kernel that reads the sample ring finds sample i of its block.
+// WrappingRing serves any block. LinearRing serves a stretch of a block that
+// does not cross the end of the ring, with `start` shifted so that i + start
+// is the ring position: the CPU backend splits launches there, so that its
+// loops read and write consecutive samples.
+struct WrappingRing {
+    TARNEL_HD static int index(int i, int start, int bufferLength) { return ringIndex(i, start, bufferLength); }
+};
+struct LinearRing {
+    TARNEL_HD static int index(int i, int start, int) { return i + start; }
+};
 
 // a * b + c for the sums of reductions: fused where the target has FMA
 // instructions, a multiply and an add elsewhere (a call to the library's fma

@@ -17,6 +17,7 @@ TARNEL_HD double* phaseField(PowerResultsGeneral* result, int row, size_t offset
 
 // Sums of |x| and x^2 of one kind of voltage (phase or line-to-line).
 struct RmsSums {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = true;
     static constexpr int fieldCount = 2;
     int length, start, bufferLength;
@@ -25,8 +26,9 @@ struct RmsSums {
     size_t absOffset, squareOffset;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void accumulate(KernelSums<2>& s, int n, int row) const {
-        const float x = samples[ringIndex(n, start, bufferLength) + row * bufferLength];
+        const float x = samples[Ring::index(n, start, bufferLength) + row * bufferLength];
         s.value[0] += static_cast<double>(fabsf(x));
         s.value[1] += static_cast<double>(x * x);
     }
@@ -54,6 +56,7 @@ inline kernelRmsUL makeKernelRmsUL(int length, int start, int bufferLength, cons
 
 // Phase voltages with their currents: |u|, |i|, u^2, i^2 and u*i.
 struct kernelRmsUI {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = true;
     static constexpr int fieldCount = 5;
     int length, start, bufferLength;
@@ -62,8 +65,9 @@ struct kernelRmsUI {
     PowerResultsGeneral* result;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void accumulate(KernelSums<5>& s, int n, int row) const {
-        const int k = ringIndex(n, start, bufferLength) + row * bufferLength;
+        const int k = Ring::index(n, start, bufferLength) + row * bufferLength;
         const double x = u[k];
         const double y = i[k];
         s.value[0] += fabs(x);
@@ -81,39 +85,36 @@ struct kernelRmsUI {
 };
 
 // Weighted spectral sums of a block: |U|^2, |I|^2, |UL|^2, Re(U conj I) and
-// Im(U conj I); the first and last bin count half.
+// Im(U conj I); the first and last bin count half. The host resolves each
+// row's spectra beforehand; a row without a current or line-to-line spectrum
+// reads its voltage spectrum there instead, so that every bin runs the same
+// straight-line code, and target() discards those sums.
 struct kernelFreqRms {
     static constexpr bool isReduction = true;
     static constexpr int fieldCount = 5;
     int n;
+    bool withCurrents;
     int lineToLineRows;  // rows below this have a line-to-line spectrum
-    const float2* spectraU;
-    const float2* spectraI;
-    const float2* spectraUL;
+    const float2* spectraU[kMaxKernelRows];
+    const float2* spectraI[kMaxKernelRows];
+    const float2* spectraUL[kMaxKernelRows];
     PowerResultsGeneral* result;
 
     TARNEL_HD int extent() const { return n; }
     TARNEL_HD void accumulate(KernelSums<5>& s, int k, int row) const {
-        const double w = (k == 0 || k == n - 1) ? 0.5 : 1.0;
-        const float2 uk = spectraU[row * n + k];
-        const double a = uk.x, b = uk.y;
+        // Weighed arithmetically rather than by a branch, which vectorises.
+        const double w = 1.0 - 0.5 * static_cast<double>((k == 0) + (k == n - 1));
+        const float2 uk = spectraU[row][k], ik = spectraI[row][k], lk = spectraUL[row][k];
+        const double a = uk.x, b = uk.y, c = ik.x, d = ik.y, e = lk.x, f = lk.y;
         s.value[0] += w * mulAdd(a, a, b * b);
-        if (spectraUL != nullptr && row < lineToLineRows) {
-            const float2 lk = spectraUL[row * n + k];
-            const double e = lk.x, f = lk.y;
-            s.value[2] += w * mulAdd(e, e, f * f);
-        }
-        if (spectraI != nullptr) {
-            const float2 ik = spectraI[row * n + k];
-            const double c = ik.x, d = ik.y;
-            s.value[1] += w * mulAdd(c, c, d * d);
-            s.value[3] += w * mulAdd(a, c, b * d);
-            s.value[4] += w * (b * c - a * d);
-        }
+        s.value[1] += w * mulAdd(c, c, d * d);
+        s.value[2] += w * mulAdd(e, e, f * f);
+        s.value[3] += w * mulAdd(a, c, b * d);
+        s.value[4] += w * (b * c - a * d);
     }
     TARNEL_HD double* target(int row, int field) const {
-        if (field == 2 && (spectraUL == nullptr || row >= lineToLineRows)) return nullptr;
-        if (field != 0 && field != 2 && spectraI == nullptr) return nullptr;
+        if (field == 2 && row >= lineToLineRows) return nullptr;
+        if (field != 0 && field != 2 && !withCurrents) return nullptr;
         const size_t offsets[5] = {offsetof(PowerResultsPhase, spectralRmsU), offsetof(PowerResultsPhase, spectralRmsI),
                                    offsetof(PowerResultsPhase, spectralRmsUL),
                                    offsetof(PowerResultsPhase, spectralActivePower),
@@ -121,5 +122,19 @@ struct kernelFreqRms {
         return phaseField(result, row, offsets[field]);
     }
 };
+
+// The spectral sums of `phases` rows from the voltage, current (null: none)
+// and line-to-line (null: none) spectra, each channel `n` bins long.
+inline kernelFreqRms makeKernelFreqRms(int n, int phases, int lineToLineRows, const float2* spectraU,
+                                       const float2* spectraI, const float2* spectraUL, PowerResultsGeneral* result) {
+    kernelFreqRms kernel{n, spectraI != nullptr, spectraUL != nullptr ? lineToLineRows : 0, {}, {}, {}, result};
+    for (int row = 0; row < phases && row < kMaxKernelRows; ++row) {
+        const float2* u = spectraU + static_cast<long>(row) * n;
+        kernel.spectraU[row] = u;
+        kernel.spectraI[row] = spectraI != nullptr ? spectraI + static_cast<long>(row) * n : u;
+        kernel.spectraUL[row] = row < kernel.lineToLineRows ? spectraUL + static_cast<long>(row) * n : u;
+    }
+    return kernel;
+}
 
 }  // namespace tarnel

@@ -59,6 +59,17 @@ const double* PowerModule::PowerModuleImpl::prepareWindow(int length, CUstream_s
     return table;
 }
 
+// The waveform kernels write the block's samples of every FFT input channel;
+// the padding up to the FFT length must read zero. It is cleared only where
+// an earlier block of the same layout wrote, or wholly after a change of layout.
+void PowerModule::PowerModuleImpl::clearFftPadding(unsigned length, unsigned fftLength, CUstream_st* stream) {
+    const unsigned written = fftInputLayout == fftLength ? fftInputWritten : fftLength;
+    if (written > length)
+        buffers.fftInputBuffer.asyncMemsetSlotRangesToZeroOnDevice(fftLength, length, written, stream);
+    fftInputLayout = fftLength;
+    fftInputWritten = length;
+}
+
 void PowerModule::PowerModuleImpl::enqueueWaveformKernels(const PowerResultsQueueItem& item, size_t row, int start,
                                                           float fftScale, const double* window) {
     const PowerGridConfig grid = config.getGridConfig();
@@ -171,9 +182,9 @@ void PowerModule::PowerModuleImpl::enqueueSpectralKernels(const PowerResultsQueu
     };
     PowerResultsGeneral* record = buffers.generalResultsBuffer.getDeviceBufferAt(row, 1, 0);
 
-    launch(kernelFreqRms{bins, config.getLineToLineCount(), spectraU,
-                         spectra.getDeviceBufferAt(spectraRow, bins, slots::kCurrents),
-                         spectra.getDeviceBufferAt(spectraRow, bins, slots::kLineToLine), record},
+    launch(makeKernelFreqRms(bins, static_cast<int>(phases), config.getLineToLineCount(), spectraU,
+                             spectra.getDeviceBufferAt(spectraRow, bins, slots::kCurrents),
+                             spectra.getDeviceBufferAt(spectraRow, bins, slots::kLineToLine), record),
            launchWidth(static_cast<unsigned long long>(bins)), 32, phases, stream);
 
     const double frequency = item.getFrequency(), dFrequency = item.getDFrequency();
@@ -277,7 +288,7 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
             : 0;
 
     buffers.generalResultsBuffer.asyncMemsetToZeroOnDevice(row, 1, stream);
-    buffers.fftInputBuffer.asyncMemsetToZeroOnDevice(0, fftLength, stream);
+    clearFftPadding(length, static_cast<unsigned>(fftLength), stream);
     buffers.harmonicsBuffer.asyncMemsetToZeroOnDevice(item->getFirstHarmonicSampleIndex(), item->getHarmonicLength(),
                                                       stream);
     if (config.thdEnabled) buffers.thdBuffer.asyncMemsetToZeroOnDevice(row, 1, stream);

@@ -13,6 +13,10 @@ TARNEL_HD double blockWindow(const double* table, int i, int n) {
     return table != nullptr ? table[i] : blackmanWindow(i, n);
 }
 
+// The phase after phase y of `phases`, cyclically: (y + 1) % phases, by a
+// comparison rather than a division, which keeps per-sample loops vectorisable.
+TARNEL_HD int nextPhase(int y, int phases) { return y + 1 - (y + 1 == phases ? phases : 0); }
+
 // Fills a table with the window of an n-sample block.
 struct kernelBlackmanWindow {
     static constexpr bool isReduction = false;
@@ -24,6 +28,7 @@ struct kernelBlackmanWindow {
 
 // Star-connected input: phase voltages measured; line-to-line voltages derived.
 struct kernelWaveformsUStar {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = false;
     int length, start, bufferLength, fftLength, phases;
     float fftScale;
@@ -35,14 +40,15 @@ struct kernelWaveformsUStar {
     const double* window;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void operator()(int i, int y) const {
-        const int k = ringIndex(i, start, bufferLength);
+        const int k = Ring::index(i, start, bufferLength);
         const double w = blockWindow(window, i, length);
         const float u = samplesU[k + y * bufferLength];
         fftInputU[i + y * fftLength] = windowed(u, w, fftScale);
         const int lineToLineCount = (phases - 1) * phases / 2;
         if (y >= lineToLineCount || !(writeLineToLine || lineToLineFft)) return;
-        const float v = samplesU[k + ((y + 1) % phases) * bufferLength];
+        const float v = samplesU[k + nextPhase(y, phases) * bufferLength];
         const float d = u - v;
         samplesUL[k + y * bufferLength] = d;
         if (lineToLineFft) fftInputUL[i + y * fftLength] = windowed(d, w, fftScale);
@@ -52,6 +58,7 @@ struct kernelWaveformsUStar {
 // Delta-connected input: line-to-line voltages measured (two or three); phase
 // voltages derived as (2 a + b) / 3, exact for a three-wire system.
 struct kernelWaveformsUDelta {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = false;
     int measuredCount, length, start, bufferLength, fftLength, phases;
     float fftScale;
@@ -63,13 +70,14 @@ struct kernelWaveformsUDelta {
     const double* window;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void operator()(int i, int y) const {
-        const int k = ringIndex(i, start, bufferLength);
+        const int k = Ring::index(i, start, bufferLength);
         const double w = blockWindow(window, i, length);
         float a, b;
         if (phases == measuredCount) {
             a = samplesUL[k + y * bufferLength];
-            b = samplesUL[k + ((y + 1) % phases) * bufferLength];
+            b = samplesUL[k + nextPhase(y, phases) * bufferLength];
         } else {
             float d[3];
             d[0] = samplesUL[k];
@@ -77,7 +85,7 @@ struct kernelWaveformsUDelta {
             d[2] = -(d[0] + d[1]);
             samplesUL[k + 2 * bufferLength] = d[2];
             a = d[y];
-            b = d[(y + 1) % phases];
+            b = d[nextPhase(y, phases)];
         }
         const float u = fmaf(a, 2.0f, b) / 3.0f;
         samplesU[k + y * bufferLength] = u;
@@ -88,6 +96,7 @@ struct kernelWaveformsUDelta {
 
 // Measured currents into the FFT input.
 struct kernelWaveformsI {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = false;
     int length, start, bufferLength, fftLength;
     float fftScale;
@@ -96,8 +105,9 @@ struct kernelWaveformsI {
     const double* window;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void operator()(int i, int c) const {
-        const int k = ringIndex(i, start, bufferLength);
+        const int k = Ring::index(i, start, bufferLength);
         fftInputI[i + c * fftLength] =
             windowed(samplesI[k + c * bufferLength], blockWindow(window, i, length), fftScale);
     }
@@ -105,6 +115,7 @@ struct kernelWaveformsI {
 
 // The third current of a three-wire system with two measured currents.
 struct kernelWaveformsI3 {
+    static constexpr bool readsRing = true;
     static constexpr bool isReduction = false;
     int length, start, bufferLength, fftLength;
     float fftScale;
@@ -113,8 +124,9 @@ struct kernelWaveformsI3 {
     const double* window;
 
     TARNEL_HD int extent() const { return length; }
+    template <typename Ring = WrappingRing>
     TARNEL_HD void operator()(int i, int) const {
-        const int k = ringIndex(i, start, bufferLength);
+        const int k = Ring::index(i, start, bufferLength);
         const float c = (-samplesI[k]) - samplesI[k + bufferLength];
         samplesI[k + 2 * bufferLength] = c;
         fftInputI[i + 2 * fftLength] = windowed(c, blockWindow(window, i, length), fftScale);

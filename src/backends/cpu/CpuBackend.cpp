@@ -106,6 +106,17 @@ int CpuBackend::memsetAsync(void* destination, int value, size_t bytes, DeviceSt
     return enqueue(stream, [=] { std::memset(destination, value, bytes); }) ? 0 : kInvalidResourceHandle;
 }
 
+int CpuBackend::memset2DAsync(void* destination, size_t pitchBytes, int value, size_t widthBytes, size_t height,
+                              DeviceStream stream) {
+    if (widthBytes == 0 || height == 0) return 0;
+    if (destination == nullptr || widthBytes > pitchBytes) return kInvalidValue;
+    auto* first = static_cast<unsigned char*>(destination);
+    auto clearRows = [=] {
+        for (size_t row = 0; row < height; ++row) std::memset(first + row * pitchBytes, value, widthBytes);
+    };
+    return enqueue(stream, clearRows) ? 0 : kInvalidResourceHandle;
+}
+
 int CpuBackend::createStream(DeviceStream* stream) {
     if (stream == nullptr) return kInvalidValue;
     auto cpuStream = std::make_shared<CpuStream>();

@@ -29,6 +29,8 @@ class TARNEL_API CpuBackend final : public Backend {
     int copyAsync(void* destination, const void* source, size_t bytes, CopyDirection direction,
                   DeviceStream stream) override;
     int memsetAsync(void* destination, int value, size_t bytes, DeviceStream stream) override;
+    int memset2DAsync(void* destination, size_t pitchBytes, int value, size_t widthBytes, size_t height,
+                      DeviceStream stream) override;
 
     int createStream(DeviceStream* stream) override;
     int destroyStream(DeviceStream stream) override;

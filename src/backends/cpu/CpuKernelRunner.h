@@ -5,85 +5,31 @@
 #pragma once
 
 #include <algorithm>
-#include <condition_variable>
 #include <functional>
-#include <mutex>
-#include <thread>
+#include <type_traits>
 #include <vector>
 
+#include "backends/cpu/CpuKernelPool.h"
 #include "kernels/KernelSupport.h"
 
 namespace tarnel {
 
-// Helper threads shared by all CPU streams. A launch that finds them busy
-// with another stream's kernel runs alone on its own thread.
-class CpuKernelPool {
-  public:
-    static CpuKernelPool& instance() {
-        // Never destroyed: stream threads may still run kernels while statics go.
-        static CpuKernelPool* pool = new CpuKernelPool;
-        return *pool;
-    }
-
-    // Parts a shared launch is split into: the helpers and the caller.
-    int parts() const { return helperCount + 1; }
-
-    // Runs part(0) .. part(parts() - 1), part 0 on the calling thread, and
-    // returns once all have finished; false (nothing run) when the helpers
-    // are busy or absent.
-    bool run(const std::function<void(int)>& part) {
-        std::unique_lock<std::mutex> caller(callerMutex, std::try_to_lock);
-        if (!caller.owns_lock() || helperCount == 0) return false;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            task = &part;
-            pending = helperCount;
-            ++generation;
-        }
-        wake.notify_all();
-        part(0);
-        std::unique_lock<std::mutex> lock(mutex);
-        done.wait(lock, [this] { return pending == 0; });
-        task = nullptr;
-        return true;
-    }
-
-  private:
-    CpuKernelPool() {
-        const unsigned cores = std::thread::hardware_concurrency();
-        helperCount = cores > 1 ? static_cast<int>(std::min(cores, 4u)) - 1 : 0;
-        for (int h = 0; h < helperCount; ++h) std::thread([this, h] { serve(h + 1); }).detach();
-    }
-
-    void serve(int index) {
-        unsigned long long seen = 0;
-        std::unique_lock<std::mutex> lock(mutex);
-        for (;;) {
-            wake.wait(lock, [&] { return generation != seen; });
-            seen = generation;
-            const std::function<void(int)>* work = task;
-            lock.unlock();
-            (*work)(index);
-            lock.lock();
-            if (--pending == 0) done.notify_one();
-        }
-    }
-
-    int helperCount = 0;
-    std::mutex callerMutex;
-    std::mutex mutex;
-    std::condition_variable wake;
-    std::condition_variable done;
-    const std::function<void(int)>* task = nullptr;
-    int pending = 0;
-    unsigned long long generation = 0;
-};
-
-// Launches with fewer (row, index) pairs than this run on the stream thread alone.
+// Launches with less work than this run on the stream thread alone. The work
+// of a launch is its (row, index) pairs, weighed by the kernel's
+// `workPerIndex` where it declares one (the work of one index relative to
+// one sample of a waveform kernel).
 constexpr long kCpuSharedLaunchWork = 16384;
 
-inline bool shareLaunch(int extent, int rows) {
-    return static_cast<long>(extent) * rows >= kCpuSharedLaunchWork && CpuKernelPool::instance().parts() > 1;
+template <typename Kernel, typename = void>
+struct WorkPerIndex : std::integral_constant<int, 1> {};
+template <typename Kernel>
+struct WorkPerIndex<Kernel, std::void_t<decltype(Kernel::workPerIndex)>>
+    : std::integral_constant<int, Kernel::workPerIndex> {};
+
+template <typename Kernel>
+bool shareLaunch(int extent, int rows) {
+    return static_cast<long>(extent) * rows * WorkPerIndex<Kernel>::value >= kCpuSharedLaunchWork &&
+           CpuKernelPool::instance().parts() > 1;
 }
 
 // Start of part p of `parts` contiguous ranges over [0, extent).
@@ -91,42 +37,125 @@ inline int partStart(int extent, int p, int parts) {
     return static_cast<int>(static_cast<long long>(extent) * p / parts);
 }
 
+// Whether a kernel reads the block's samples from the ring.
+template <typename Kernel, typename = void>
+struct ReadsRing : std::false_type {};
+template <typename Kernel>
+struct ReadsRing<Kernel, std::void_t<decltype(Kernel::readsRing)>> : std::bool_constant<Kernel::readsRing> {};
+
+// Calls body(kernel, first, last) for the stretches of [first, last) that do
+// not cross the end of the sample ring: once for most launches, twice for a
+// block that wraps, the second time with a copy whose start is shifted back
+// by the ring's length. Inside a stretch a ring kernel runs with LinearRing.
+template <typename Kernel, typename Body>
+void forEachStretch(const Kernel& kernel, int first, int last, Body&& body) {
+    if constexpr (ReadsRing<Kernel>::value) {
+        const int wrap = kernel.bufferLength - kernel.start;  // first index past the ring's end
+        if (first < wrap) body(kernel, first, std::min(last, wrap));
+        if (last > wrap) {
+            Kernel shifted = kernel;
+            shifted.start -= kernel.bufferLength;
+            body(shifted, std::max(first, wrap), last);
+        }
+    } else {
+        body(kernel, first, last);
+    }
+}
+
+template <typename Kernel>
+inline void runElementAt(const Kernel& kernel, int x, int row) {
+    if constexpr (ReadsRing<Kernel>::value) {
+        kernel.template operator()<LinearRing>(x, row);
+    } else {
+        kernel(x, row);
+    }
+}
+
+template <typename Kernel>
+inline void accumulateAt(const Kernel& kernel, KernelSums<Kernel::fieldCount>& sums, int x, int row) {
+    if constexpr (ReadsRing<Kernel>::value) {
+        kernel.template accumulate<LinearRing>(sums, x, row);
+    } else {
+        kernel.accumulate(sums, x, row);
+    }
+}
+
+// The loops over a stretch are compiled twice where the toolchain can pick
+// at load time: for x86-64-v3 processors (AVX2) and for the baseline. Both
+// add in the same order, and the backend is built without contraction into
+// fused multiply-adds, so the results do not depend on the processor.
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__linux__)
+#define TARNEL_CPU_LOOP __attribute__((target_clones("arch=x86-64-v3", "default")))
+#else
+#define TARNEL_CPU_LOOP
+#endif
+
+// Partial sums kept per lane: consecutive indices go to consecutive lanes, so
+// the compiler runs the lanes in vector registers and the additions of one
+// lane do not wait on each other's.
+constexpr int kReductionLanes = 8;
+
+// Adds the row's terms of indices [begin, end) of one stretch to `sums`, in a fixed order.
+template <typename Kernel>
+TARNEL_CPU_LOOP void accumulateStretch(const Kernel& stretch, KernelSums<Kernel::fieldCount>& sums, int row, int begin,
+                                       int end) {
+    constexpr int fields = Kernel::fieldCount;
+    const Kernel k = stretch;  // a local copy: its members stay in registers
+    double lanes[fields][kReductionLanes] = {};
+    int x = begin;
+    for (; x + kReductionLanes <= end; x += kReductionLanes) {
+#pragma omp simd
+        for (int lane = 0; lane < kReductionLanes; ++lane) {
+            KernelSums<fields> term{};
+            accumulateAt(k, term, x + lane, row);
+#pragma GCC unroll 8
+            for (int f = 0; f < fields; ++f) lanes[f][lane] += term.value[f];
+        }
+    }
+    KernelSums<fields> tail{};
+    for (; x < end; ++x) accumulateAt(k, tail, x, row);
+    for (int f = 0; f < fields; ++f) {
+        for (int width = kReductionLanes / 2; width > 0; width /= 2) {
+            for (int lane = 0; lane < width; ++lane) lanes[f][lane] += lanes[f][lane + width];
+        }
+        sums.value[f] += lanes[f][0] + tail.value[f];
+    }
+}
+
+// Runs the row's indices [begin, end) of one stretch.
+template <typename Kernel>
+TARNEL_CPU_LOOP void runStretch(const Kernel& stretch, int row, int begin, int end) {
+    const Kernel k = stretch;  // a local copy: its members stay in registers
+#pragma omp simd
+    for (int x = begin; x < end; ++x) runElementAt(k, x, row);
+}
+
+// Adds the row's terms of indices [first, last) to `sums`.
+template <typename Kernel>
+void accumulateRange(const Kernel& kernel, KernelSums<Kernel::fieldCount>& sums, int row, int first, int last) {
+    forEachStretch(kernel, first, last, [&sums, row](const Kernel& stretch, int begin, int end) {
+        accumulateStretch(stretch, sums, row, begin, end);
+    });
+}
+
 template <typename Kernel>
 void runReductionOnCpu(const Kernel& kernel, int rows) {
     constexpr int fields = Kernel::fieldCount;
     const int extent = kernel.extent();
-    // Four interleaved partial sums break the chain of dependent additions,
-    // so consecutive indices overlap in the pipeline (and may be vectorised).
-    auto accumulateRange = [&kernel](KernelSums<fields>& sums, int row, int first, int last) {
-        KernelSums<fields> lanes[4] = {};
-        int x = first;
-        for (; x + 3 < last; x += 4) {
-            kernel.accumulate(lanes[0], x, row);
-            kernel.accumulate(lanes[1], x + 1, row);
-            kernel.accumulate(lanes[2], x + 2, row);
-            kernel.accumulate(lanes[3], x + 3, row);
-        }
-        for (; x < last; ++x) kernel.accumulate(lanes[0], x, row);
-        for (int f = 0; f < fields; ++f)
-            sums.value[f] += (lanes[0].value[f] + lanes[1].value[f]) + (lanes[2].value[f] + lanes[3].value[f]);
-    };
     auto store = [&kernel](const KernelSums<fields>& sums, int row) {
         for (int f = 0; f < fields; ++f) {
             if (double* target = kernel.target(row, f)) *target += sums.value[f];
         }
     };
-    if (rows <= kMaxKernelRows && shareLaunch(extent, rows)) {
+    if (rows <= kMaxKernelRows && shareLaunch<Kernel>(extent, rows)) {
         CpuKernelPool& pool = CpuKernelPool::instance();
         const int parts = pool.parts();
         // Partial sums per part and row, combined in part order.
         std::vector<KernelSums<fields>> partial(static_cast<size_t>(parts) * rows, KernelSums<fields>{});
         const std::function<void(int)> part = [&](int p) {
             const int first = partStart(extent, p, parts), last = partStart(extent, p + 1, parts);
-            for (int row = 0; row < rows; ++row) {
-                KernelSums<fields> sums{};
-                accumulateRange(sums, row, first, last);
-                partial[static_cast<size_t>(p) * rows + row] = sums;
-            }
+            for (int row = 0; row < rows; ++row)
+                accumulateRange(kernel, partial[static_cast<size_t>(p) * rows + row], row, first, last);
         };
         if (pool.run(part)) {
             for (int row = 0; row < rows; ++row) {
@@ -142,7 +171,7 @@ void runReductionOnCpu(const Kernel& kernel, int rows) {
     }
     for (int row = 0; row < rows; ++row) {
         KernelSums<fields> sums{};
-        accumulateRange(sums, row, 0, extent);
+        accumulateRange(kernel, sums, row, 0, extent);
         store(sums, row);
     }
 }
@@ -152,10 +181,11 @@ void runElementsOnCpu(const Kernel& kernel, int rows) {
     const int extent = kernel.extent();
     auto runRange = [&kernel, rows](int first, int last) {
         for (int row = 0; row < rows; ++row) {
-            for (int x = first; x < last; ++x) kernel(x, row);
+            forEachStretch(kernel, first, last,
+                           [row](const Kernel& stretch, int begin, int end) { runStretch(stretch, row, begin, end); });
         }
     };
-    if (shareLaunch(extent, rows)) {
+    if (shareLaunch<Kernel>(extent, rows)) {
         CpuKernelPool& pool = CpuKernelPool::instance();
         const int parts = pool.parts();
         const std::function<void(int)> part = [&](int p) {

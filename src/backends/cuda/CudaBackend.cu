@@ -53,6 +53,10 @@ class CudaBackend final : public Backend {
     int memsetAsync(void* destination, int value, size_t bytes, DeviceStream stream) override {
         return cudaMemsetAsync(destination, value, bytes, nativeStream(stream));
     }
+    int memset2DAsync(void* destination, size_t pitchBytes, int value, size_t widthBytes, size_t height,
+                      DeviceStream stream) override {
+        return cudaMemset2DAsync(destination, pitchBytes, value, widthBytes, height, nativeStream(stream));
+    }
 
     int createStream(DeviceStream* stream) override {
         cudaStream_t native = nullptr;
