@@ -7,7 +7,9 @@
 //
 // Measured in the same run: the batched FFTW transforms such a block needs
 // (9 channels, real-to-complex 16384, FFTW_MEASURE), alone. After the runs
-// the program prints the medians and the ratio block / FFTs alone.
+// the program prints the medians and the ratio block / FFTs alone. The
+// repetitions of all benchmarks run in random interleaved order
+// (--benchmark_enable_random_interleaving=false runs them one after another).
 //
 //   ./tarnel_block_benchmark [google-benchmark flags]
 #include <benchmark/benchmark.h>
@@ -298,9 +300,25 @@ void printSummary(const std::map<std::string, double>& medians) {
                     periods->second * 1e6, 100.0 * periods->second / block->second);
 }
 
+// The repetitions of the benchmarks run in random interleaved order unless
+// the command line says otherwise, so that a slow spell of a shared machine
+// spreads over all of them instead of falling on one.
+std::vector<char*> withInterleaving(int argc, char** argv) {
+    static char flag[] = "--benchmark_enable_random_interleaving=true";
+    std::vector<char*> args(argv, argv + argc);
+    bool given = false;
+    for (char* arg : args) given = given || std::string(arg).rfind("--benchmark_enable_random_interleaving", 0) == 0;
+    if (!given) args.insert(args.begin() + 1, flag);
+    args.push_back(nullptr);
+    return args;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    std::vector<char*> args = withInterleaving(argc, argv);
+    argc = static_cast<int>(args.size()) - 1;
+    argv = args.data();
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     // The CUDA variant runs once, to report its skip, when there is no device.

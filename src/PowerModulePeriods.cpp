@@ -66,7 +66,8 @@ void writeReferenceRun(const ReferenceRing& ring, unsigned long long first, unsi
     constexpr unsigned long long kExactEvery = 256;
     const double turnCos = std::cos(kTwoPi * step), turnSin = std::sin(kTwoPi * step);
     double c = 0.0, s = 0.0;
-    for (unsigned long long n = 0; n < count; ++n) {
+    unsigned long long k = first % ring.length;
+    for (unsigned long long n = 0; n < count; ++n, k = k + 1 == ring.length ? 0 : k + 1) {
         if (n % kExactEvery == 0) {
             c = std::cos(kTwoPi * (phase + static_cast<double>(n) * step));
             s = std::sin(kTwoPi * (phase + static_cast<double>(n) * step));
@@ -75,7 +76,6 @@ void writeReferenceRun(const ReferenceRing& ring, unsigned long long first, unsi
             s = s * turnCos + c * turnSin;
             c = turned;
         }
-        const unsigned long long k = (first + n) % ring.length;
         ring.frequency[k] = frequency;
         ring.cosine[k] = c;
         ring.sine[k] = s;
@@ -113,32 +113,64 @@ struct PhaseChannels {
     const float* ul;
 };
 
-void addSample(PhaseSums& sums, const PhaseChannels& ch, const ReferenceRing& ref, unsigned long long k, double w) {
-    const double fr = ref.frequency[k];
-    const std::complex<double> rotation(fr * ref.cosine[k], -fr * ref.sine[k]);
-    const double u = ch.u[k];
-    sums.weight += w * fr;
-    sums.u2 += w * u * u;
-    sums.u1 += w * u * rotation;
-    if (ch.i != nullptr) {
-        const double i = ch.i[k];
-        sums.i2 += w * i * i;
-        sums.ui += w * u * i;
-        sums.i1 += w * i * rotation;
+// Calls add(k, w) for samples first .. last in order, k being the ring
+// position and w the weight: the first and the last sample's fractions, 1 for
+// the samples between them, which run as plain stretches of the ring.
+template <typename Add>
+void forEachWeightedSample(unsigned long long first, unsigned long long last, double firstFraction, double lastFraction,
+                           unsigned long long ringLength, Add add) {
+    add(first % ringLength, firstFraction);
+    if (last == first) return;
+    unsigned long long k = (first + 1) % ringLength;
+    for (unsigned long long left = last - first - 1; left > 0; k = 0) {
+        const unsigned long long end = std::min(ringLength, k + left);
+        left -= end - k;
+        for (; k < end; ++k) add(k, 1.0);
     }
-    if (ch.ul != nullptr) sums.ul2 += w * static_cast<double>(ch.ul[k]) * ch.ul[k];
+    add(last % ringLength, lastFraction);
+}
+
+// Samples first .. last of one phase, for one combination of channels, so
+// that the loop runs without branches and keeps its sums in registers.
+template <bool kCurrents, bool kLineToLine>
+PhaseSums sumChannels(const PhaseChannels& ch, const ReferenceRing& ref, unsigned long long first,
+                      unsigned long long last, double firstFraction, double lastFraction) {
+    double weight = 0.0, u2 = 0.0, i2 = 0.0, ui = 0.0, ul2 = 0.0;
+    std::complex<double> u1, i1;
+    forEachWeightedSample(first, last, firstFraction, lastFraction, ref.length, [&](unsigned long long k, double w) {
+        const double fr = ref.frequency[k];
+        const std::complex<double> rotation(fr * ref.cosine[k], -fr * ref.sine[k]);
+        const double u = ch.u[k];
+        weight += w * fr;
+        u2 += w * u * u;
+        u1 += w * u * rotation;
+        if constexpr (kCurrents) {
+            const double i = ch.i[k];
+            i2 += w * i * i;
+            ui += w * u * i;
+            i1 += w * i * rotation;
+        }
+        if constexpr (kLineToLine) ul2 += w * static_cast<double>(ch.ul[k]) * ch.ul[k];
+    });
+    PhaseSums sums;
+    sums.weight = weight;
+    sums.u2 = u2;
+    sums.u1 = u1;
+    sums.i2 = i2;
+    sums.ui = ui;
+    sums.i1 = i1;
+    sums.ul2 = ul2;
+    return sums;
 }
 
 PhaseSums sumPhase(const PhaseChannels& ch, const ReferenceRing& ref, unsigned long long first, unsigned long long last,
                    double firstFraction, double lastFraction) {
-    PhaseSums sums;
-    if (first > last || ch.u == nullptr) return sums;
-    for (unsigned long long s = first;; ++s) {
-        const double w = s == first ? firstFraction : (s == last ? lastFraction : 1.0);
-        addSample(sums, ch, ref, s % ref.length, w);
-        if (s == last) break;
-    }
-    return sums;
+    if (first > last || ch.u == nullptr) return PhaseSums{};
+    const bool currents = ch.i != nullptr, lineToLine = ch.ul != nullptr;
+    if (currents && lineToLine) return sumChannels<true, true>(ch, ref, first, last, firstFraction, lastFraction);
+    if (currents) return sumChannels<true, false>(ch, ref, first, last, firstFraction, lastFraction);
+    if (lineToLine) return sumChannels<false, true>(ch, ref, first, last, firstFraction, lastFraction);
+    return sumChannels<false, false>(ch, ref, first, last, firstFraction, lastFraction);
 }
 
 // Angle by which the voltage leads the current, in degrees within (-180, 180].
