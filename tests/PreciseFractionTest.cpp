@@ -18,34 +18,29 @@ void expectPosition(PreciseFraction actual, uint64_t index, double fraction) {
 
 }  // namespace
 
-TEST(PreciseFractionTest, CeilAndRoundPickTheExpectedWholeSample) {
-    EXPECT_EQ((PreciseFraction{10, 0.0}.ceil()), 10u);
-    EXPECT_EQ((PreciseFraction{10, 0.25}.ceil()), 11u);
-    EXPECT_EQ((PreciseFraction{10, 0.5}.ceil()), 11u);
-    EXPECT_EQ((PreciseFraction{10, 0.2}.ceil()), 11u);
-    EXPECT_EQ((PreciseFraction{10, 0.5}.round()), 11u);
-    EXPECT_EQ((PreciseFraction{10, 0.49}.round()), 10u);
-    EXPECT_EQ((PreciseFraction{10, 0.2}.round()), 10u);
-}
-
-TEST(PreciseFractionTest, CeilAndRoundStayExactNearTheTopOfTheIndexRange) {
-    EXPECT_EQ((PreciseFraction{maxIndex - 1, 0.5}.ceil()), maxIndex);
-    EXPECT_EQ((PreciseFraction{maxIndex - 1, 0.5}.round()), maxIndex);
-    EXPECT_EQ((PreciseFraction{twoTo63 + 3, 0.75}.round()), twoTo63 + 4);
+TEST(PreciseFractionTest, CeilAndRoundPickTheWholeSampleUpToTheTopOfTheRange) {
+    struct Case {
+        PreciseFraction position;
+        uint64_t ceil, round;
+    };
+    for (const Case& c :
+         {Case{{10, 0.0}, 10, 10}, Case{{10, 0.2}, 11, 10}, Case{{10, 0.25}, 11, 10}, Case{{10, 0.49}, 11, 10},
+          Case{{10, 0.5}, 11, 11}, Case{{maxIndex - 1, 0.5}, maxIndex, maxIndex},
+          Case{{twoTo63 + 3, 0.75}, twoTo63 + 4, twoTo63 + 4}}) {
+        EXPECT_EQ(c.position.ceil(), c.ceil) << c.position.index << " + " << c.position.fraction;
+        EXPECT_EQ(c.position.round(), c.round) << c.position.index << " + " << c.position.fraction;
+    }
     // A whole part at or above 2^63 must not go through a signed conversion.
     EXPECT_EQ((PreciseFraction{5, 9223372036854779904.0}.ceil()), twoTo63 + 4101);
 }
 
-TEST(PreciseFractionTest, DivideByConvertsToTheSlowerClock) {
+TEST(PreciseFractionTest, DivideByConvertsToTheSlowerClockAndRejectsNonPositiveDivisors) {
     const PreciseFraction same = PreciseFraction{7, 1.5}.divideBy(1);
     EXPECT_EQ(same.index, 7u);
     EXPECT_EQ(same.fraction, 1.5);
 
     expectPosition(PreciseFraction{10, 0.5}.divideBy(4), 2, 0.625);
     expectPosition(PreciseFraction{maxIndex, 0.0}.divideBy(2), twoTo63 - 1, 0.5);
-}
-
-TEST(PreciseFractionTest, DivideByRejectsNonPositiveDivisors) {
     EXPECT_THROW(PreciseFraction{}.divideBy(0), std::invalid_argument);
     EXPECT_THROW(PreciseFraction{}.divideBy(-3), std::invalid_argument);
 }
@@ -57,7 +52,7 @@ TEST(PreciseFractionTest, SubtractGivesSignedDistanceWithoutWrapping) {
     EXPECT_DOUBLE_EQ((PreciseFraction{twoTo63, 0.0}.subtract({0, 0.0})), 9223372036854775808.0);
 }
 
-TEST(PreciseFractionTest, RationalCrossingSplitsTheStretch) {
+TEST(PreciseFractionTest, RationalCrossingSplitsTheStretchOrRefusesIt) {
     const PreciseFraction start{100, 0.5};
     const PreciseFraction end{110, 0.5};
     expectPosition(start.findABetterNameForRationalCrossing(end, 1, 2), 105, 0.5);
@@ -68,10 +63,7 @@ TEST(PreciseFractionTest, RationalCrossingSplitsTheStretch) {
     // Only the distance of 6 samples goes through floating point, not the indices beyond 2^63.
     expectPosition(PreciseFraction{twoTo63 - 2, 0.5}.findABetterNameForRationalCrossing({twoTo63 + 4, 0.5}, 3, 4),
                    twoTo63 + 3, 0.0);
-}
-
-TEST(PreciseFractionTest, RationalCrossingRejectsReversedStretchOrZeroDenominator) {
-    const PreciseFraction start{100, 0.5};
+    // A reversed stretch or a zero denominator is refused.
     EXPECT_THROW(start.findABetterNameForRationalCrossing({100, 0.25}, 1, 2), std::invalid_argument);
     EXPECT_THROW(start.findABetterNameForRationalCrossing({110, 0.5}, 1, 0), std::invalid_argument);
     EXPECT_NO_THROW(start.findABetterNameForRationalCrossing(start, 1, 2));

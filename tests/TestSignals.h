@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -58,6 +59,16 @@ inline Waveform randomWaveform(std::mt19937& random, double amplitude, int highe
     return w;
 }
 
+// The wiring of each grid type, written out here so that tests do not read the
+// library's own table.
+struct Wiring {
+    int phases, voltages, currents, lineToLine;
+    bool delta, missingCurrent;
+};
+constexpr Wiring kWiring[8] = {{1, 1, 1, 0, false, false}, {3, 3, 3, 3, false, false}, {3, 3, 2, 3, false, true},
+                               {3, 3, 3, 3, true, false},  {3, 3, 2, 3, true, true},   {2, 2, 2, 1, false, false},
+                               {3, 2, 2, 3, true, true},   {1, 1, 1, 0, false, false}};
+
 // Settings of a test module; configure() applies them in one update.
 struct ModuleSettings {
     PowerGridConfigType grid = SinglePhase;
@@ -94,7 +105,9 @@ class TestModule : public PowerModule {
     }
 };
 
-inline void configure(PowerModule& module, const ModuleSettings& s) {
+// `extra` may change further settings in the same update.
+inline void configure(PowerModule& module, const ModuleSettings& s,
+                      const std::function<void(PowerModule&)>& extra = {}) {
     module.beginUpdate();
     module.setGridConfigType(s.grid);
     module.setSampleRate(s.sampleRate, 1);
@@ -113,7 +126,31 @@ inline void configure(PowerModule& module, const ModuleSettings& s) {
     module.setThdEnabled(s.thd);
     module.setFullFftEnabled(s.fullFft);
     module.setWaveformsEnabled(s.waveforms);
+    if (extra) extra(module);
     module.endUpdate();
+}
+
+// A configured module, reset to sample 0.
+struct Fixture {
+    ModuleSettings settings;
+    TestModule module;
+    Fixture(const ModuleSettings& s, BackendKind kind, const std::function<void(PowerModule&)>& extra = {})
+        : settings(s), module(kind) {
+        configure(module, settings, extra);
+        module.reset(0);
+    }
+    std::vector<PowerResultsGeneral> collect() {
+        module.sync();
+        return module.getResults(0);
+    }
+};
+
+// The ring a waveform getter hands out for `slot`, or null.
+inline float* waveformBuffer(const PowerModule& module, void (PowerModule::*getter)(unsigned char, float**) const,
+                             unsigned char slot) {
+    float* buffer = reinterpret_cast<float*>(1);  // a getter that writes nothing shows
+    (module.*getter)(slot, &buffer);
+    return buffer;
 }
 
 // Writes samples first … first + count − 1 of `signal` into a ring of

@@ -29,29 +29,9 @@ std::string failureOf(const std::string& path) {
     return "no error";
 }
 
-std::string comtradeWithData(const TempDir& dir, const GeneratedComtrade& recording,
-                             const std::function<void(std::string&)>& damage) {
-    std::string data = datBytes(recording);
-    damage(data);
-    dir.write("rec.dat", data);
-    return dir.write("rec.cfg", cfgText(recording));
-}
-
-GeneratedComtrade binaryRecording() {
+GeneratedComtrade changed(const std::function<void(GeneratedComtrade&)>& change) {
     GeneratedComtrade recording;
-    recording.dataType = "BINARY";
-    return recording;
-}
-
-GeneratedComtrade withoutSamples() {
-    GeneratedComtrade recording;
-    recording.rates = {{1000.0, 0}};
-    return recording;
-}
-
-GeneratedComtrade withoutAnalogs() {
-    GeneratedComtrade recording;
-    recording.analogs.clear();
+    change(recording);
     return recording;
 }
 
@@ -75,24 +55,29 @@ const std::vector<BadCase>& cases() {
          "rec.cfg: no .dat file beside it (expected rec.dat)"},
         {"truncated binary",
          [](const TempDir& d) {
-             return comtradeWithData(d, binaryRecording(), [](std::string& s) { s.resize(s.size() - 3); });
+             return writeComtrade(d, changed([](GeneratedComtrade& r) { r.dataType = "BINARY"; }), "rec",
+                                  [](std::string& s) { s.resize(s.size() - 3); });
          },
          "rec.dat: truncated: holds 199 whole samples, the configuration declares 200"},
         {"truncated text",
          [](const TempDir& d) {
-             return comtradeWithData(d, GeneratedComtrade(), [](std::string& s) { s.resize(s.find("\r\n151,") + 2); });
+             return writeComtrade(d, GeneratedComtrade(), "rec",
+                                  [](std::string& s) { s.resize(s.find("\r\n151,") + 2); });
          },
          "rec.dat: truncated: ends after 150 of the 200 samples"},
         {"channel count in the data",
          [](const TempDir& d) {
-             return comtradeWithData(d, GeneratedComtrade(),
-                                     [](std::string& s) { s.erase(s.rfind(",", s.find("\r\n5,")) - 2, 2); });
+             return writeComtrade(d, GeneratedComtrade(), "rec",
+                                  [](std::string& s) { s.erase(s.rfind(",", s.find("\r\n5,")) - 2, 2); });
          },
          "rec.dat:4: 6 values, but the configuration declares 5 channels"},
-        {"no samples", [](const TempDir& d) { return comtradeWithData(d, withoutSamples(), [](std::string&) {}); },
+        {"no samples",
+         [](const TempDir& d) {
+             return writeComtrade(d, changed([](GeneratedComtrade& r) { r.rates = {{1000.0, 0}}; }));
+         },
          "rec.cfg: the recording holds no samples"},
         {"no analog channels",
-         [](const TempDir& d) { return comtradeWithData(d, withoutAnalogs(), [](std::string&) {}); },
+         [](const TempDir& d) { return writeComtrade(d, changed([](GeneratedComtrade& r) { r.analogs.clear(); })); },
          "rec.cfg: no analog channels"},
         {"cff without configuration",
          [](const TempDir& d) { return d.write("r.cff", "--- file type: DAT ASCII ---\n1,0,5\n"); },
@@ -137,7 +122,7 @@ TEST(BadInput, SurvivesDamagedDataFiles) {
         const std::string good = datBytes(recording);
         for (int round = 0; round < 20; ++round) {
             TempDir dir;
-            const std::string path = comtradeWithData(dir, recording, [&](std::string& s) {
+            const std::string path = writeComtrade(dir, recording, "rec", [&](std::string& s) {
                 for (int k = 0; k < 10; ++k) s[random() % s.size()] = static_cast<char>(random() % 256);
                 s.resize(random() % (s.size() + 1));
             });

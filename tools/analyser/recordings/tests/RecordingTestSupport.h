@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -56,7 +57,7 @@ struct GeneratedComtrade {
     std::string revision = "1999";  // "" or "1991" write the 1991 layout, with or without the year
     std::string dataType = "ASCII";
     std::vector<GeneratedAnalog> analogs = {{"VA", "A", "V", 0.01, 0.5, 325.0, 0.0},
-                                       {"IA", "A", "A", 0.002, -0.1, 14.0, -0.5}};
+                                            {"IA", "A", "A", 0.002, -0.1, 14.0, -0.5}};
     size_t digitals = 3;
     std::vector<std::pair<double, uint64_t>> rates = {{1000.0, 200}};  // rate, last sample
     bool missingTimes = false;
@@ -76,10 +77,13 @@ inline double stored(const GeneratedComtrade& recording, size_t c, uint64_t n) {
 std::string cfgText(const GeneratedComtrade& recording);
 std::string datBytes(const GeneratedComtrade& recording);
 
-// Writes NAME.cfg and NAME.dat; returns the .cfg path.
+// Writes NAME.cfg and NAME.dat, the data changed by `changeData`; returns the .cfg path.
 inline std::string writeComtrade(const TempDir& dir, const GeneratedComtrade& recording,
-                                 const std::string& name = "rec") {
-    dir.write(name + ".dat", datBytes(recording));
+                                 const std::string& name = "rec",
+                                 const std::function<void(std::string&)>& changeData = {}) {
+    std::string data = datBytes(recording);
+    if (changeData) changeData(data);
+    dir.write(name + ".dat", data);
     return dir.write(name + ".cfg", cfgText(recording));
 }
 
