@@ -1,15 +1,14 @@
 // Helper threads shared by all CPU streams, which run parts of one large
 // launch beside the stream thread that issued it.
 //
-// A block calculation issues a dozen launches a few tens of microseconds
-// apart. Waking a sleeping thread costs about as much as such a launch, so a
-// helper spins for a while after each part before it sleeps, and the caller
-// spins for the parts it waits on; both go to sleep only after a long idle spell.
+// Helpers sleep between parts: a helper that kept polling for the next part
+// would take a core from the application's own threads (reading recordings,
+// period values), which costs more than waking it. The caller, whose part is
+// as large as each helper's, polls for the helpers to finish.
 #pragma once
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -53,9 +52,6 @@ class CpuKernelPool {
     }
 
   private:
-    // How long a helper keeps polling for the next part before it sleeps.
-    static constexpr std::chrono::microseconds kHelperSpin{500};
-
     CpuKernelPool() {
         const unsigned cores = std::thread::hardware_concurrency();
         helperCount = getenv("NOHELP") ? 0 : (cores > 1 ? static_cast<int>(std::min(cores, 4u)) - 1 : 0);
@@ -80,15 +76,8 @@ class CpuKernelPool {
         }
     }
 
-    // Waits until the generation moves past `seen`: polling first, then asleep.
+    // Sleeps until the generation moves past `seen`.
     unsigned long long awaitGeneration(unsigned long long seen) {
-        const auto until = std::chrono::steady_clock::now() + kHelperSpin;
-        for (unsigned spins = 1;; ++spins) {
-            const unsigned long long now = generation.load(std::memory_order_acquire);
-            if (now != seen) return now;
-            if (spins % 256 == 0 && std::chrono::steady_clock::now() > until) break;
-            pause();
-        }
         std::unique_lock<std::mutex> lock(mutex);
         sleeping.fetch_add(1, std::memory_order_seq_cst);
         wake.wait(lock, [&] { return generation.load(std::memory_order_seq_cst) != seen; });
