@@ -1,17 +1,22 @@
 // The CPU backend keeps CUDA's stream and event rules: work on one stream runs
 // in order and asynchronously to the caller, events order streams, queries do
 // not block, device synchronisation waits for every stream, and device memory
-// is limited by the configured capacity.
+// is limited by the configured capacity. Launches shared with the helper
+// threads give the same sums whoever runs their chunks.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <cstring>
 #include <functional>
 #include <future>
 #include <memory>
+#include <random>
 #include <thread>
 #include <vector>
 
+#include "TestSignals.h"
 #include "backends/cpu/CpuBackend.h"
 #include "device/Backend.h"
 
@@ -189,4 +194,57 @@ TEST(CpuBackendTest, MemsetAndCopyRunInStreamOrder) {
     ASSERT_EQ(backend.synchronizeDevice(), 0);
     for (int k = 0; k < 16; ++k) EXPECT_EQ(back[k], (k >= 4 && k < 12) || k == 1 || k == 2 ? 0.0f : 7.0f) << k;
     EXPECT_EQ(backend.freeDevice(device), 0);
+}
+
+// The records of three 10-period blocks at 51.2 kHz, whose transforms and
+// spectral sums are large enough to be shared with the helper threads.
+std::vector<PowerResultsGeneral> sharedLaunchRecords(const testsignals::MeasuredSignals& signals) {
+    testsignals::ModuleSettings settings;
+    settings.grid = ThreePhaseStarThreeCurrents;
+    settings.sampleRate = 51200.0;
+    settings.bufferLength = 4 * 10240;
+    settings.highestHarmonic = 50;
+    settings.thdHighestHarmonic = 50;
+    testsignals::Fixture f(settings, BackendKind::Cpu);
+    for (int block = 0; block < 3; ++block) {
+        const uint64_t first = static_cast<uint64_t>(block) * 10240;
+        testsignals::writeMeasured(f.module, signals, first, 10240, settings.frequency);
+        f.module.scheduleForCalculation(first, 10240, settings.frequency);
+    }
+    return f.collect();
+}
+
+// Whether two records hold the same values bit for bit; the addresses of the
+// host arrays of harmonics and spectra at the end of each phase differ
+// between modules and are left out.
+bool sameValues(const PowerResultsGeneral& a, const PowerResultsGeneral& b) {
+    auto bytesEqual = [](const void* x, const void* y, size_t n) { return std::memcmp(x, y, n) == 0; };
+    bool same = bytesEqual(&a, &b, offsetof(PowerResultsGeneral, phases)) &&
+                bytesEqual(&a.symmetricalComponents, &b.symmetricalComponents,
+                           sizeof(PowerResultsGeneral) - offsetof(PowerResultsGeneral, symmetricalComponents));
+    for (int p = 0; p < 4; ++p)
+        same = same && bytesEqual(&a.phases[p], &b.phases[p], offsetof(PowerResultsPhase, fftU));
+    return same;
+}
+
+// Only one launch at a time gets the helpers; the others run all their chunks
+// on their own stream thread. Modules computing side by side must still give
+// the records of a module computing alone, bit for bit.
+TEST(CpuBackendTest, SharedLaunchesGiveTheSameRecordsWhoeverRunsTheirChunks) {
+    std::mt19937 random(7);
+    const testsignals::Waveform u = testsignals::randomWaveform(random, 325.0, 40);
+    const testsignals::Waveform i = testsignals::randomWaveform(random, 14.0, 40);
+    const testsignals::MeasuredSignals signals{testsignals::balancedPhases(u, 3), testsignals::balancedPhases(i, 3)};
+    const std::vector<PowerResultsGeneral> alone = sharedLaunchRecords(signals);
+    ASSERT_EQ(alone.size(), 3u);
+
+    std::vector<std::vector<PowerResultsGeneral>> sideBySide(3);
+    std::vector<std::thread> threads;
+    for (auto& records : sideBySide)
+        threads.emplace_back([&records, &signals] { records = sharedLaunchRecords(signals); });
+    for (auto& t : threads) t.join();
+    for (const auto& records : sideBySide) {
+        ASSERT_EQ(records.size(), alone.size());
+        for (size_t b = 0; b < alone.size(); ++b) EXPECT_TRUE(sameValues(records[b], alone[b])) << "block " << b;
+    }
 }

@@ -41,9 +41,10 @@ struct kernelReferenceAngle {
 // Group values and angles, one (order, channel) per index.
 struct kernelHarmonics {
     static constexpr bool isReduction = false;
-    // Each index reads a few dozen bins and takes an arc tangent: far more
-    // work than one sample of a waveform kernel, which a CPU launch weighs.
-    static constexpr int workPerIndex = 64;
+    // Each index reads a few dozen bins and takes an arc tangent: about a
+    // hundred times the work of one sample of a waveform kernel, which a CPU
+    // launch weighs.
+    static constexpr int workPerIndex = 128;
     int n, harmonicsCount, halfWidth;
     bool interharmonics;
     double frequency, dFrequency, windowRatio;

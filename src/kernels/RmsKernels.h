@@ -92,6 +92,9 @@ struct kernelRmsUI {
 struct kernelFreqRms {
     static constexpr bool isReduction = true;
     static constexpr int fieldCount = 5;
+    // Three spectra and five double sums per bin: about twice the work of one
+    // sample of a waveform kernel, which a CPU launch weighs.
+    static constexpr int workPerIndex = 2;
     int n;
     bool withCurrents;
     int lineToLineRows;  // rows below this have a line-to-line spectrum

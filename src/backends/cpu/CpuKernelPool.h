@@ -1,10 +1,16 @@
-// Helper threads shared by all CPU streams, which run parts of one large
+// Helper threads shared by all CPU streams, which take chunks of one large
 // launch beside the stream thread that issued it.
 //
-// Helpers sleep between parts: a helper that kept polling for the next part
-// would take a core from the application's own threads (reading recordings,
-// period values), which costs more than waking it. The caller, whose part is
-// as large as each helper's, polls for the helpers to finish.
+// The chunks of a launch are handed out one at a time from a counter: the
+// calling thread starts on them at once, and a helper takes the next free
+// chunk as soon as it is awake. Waking a sleeping thread takes tens of
+// microseconds on a virtual machine, often as long as a whole small launch;
+// a caller that waited for the helpers' shares would lose that time on every
+// launch, whereas here it only waits for chunks a helper has already begun.
+//
+// Helpers sleep between launches: a helper that kept polling would take a
+// core from the application's own threads (reading recordings, period
+// values), and a hypervisor deschedules virtual processors that spin.
 #pragma once
 
 #include <algorithm>
@@ -28,17 +34,21 @@ class CpuKernelPool {
         return *pool;
     }
 
-    // Parts a shared launch is split into: the helpers and the caller.
-    int parts() const { return helperCount + 1; }
+    // Whether there are helpers to share launches with.
+    bool hasHelpers() const { return helperCount > 0; }
 
-    // Runs part(0) .. part(parts() - 1), part 0 on the calling thread, and
-    // returns once all have finished; false (nothing run) when the helpers
-    // are busy with another stream's launch or absent.
-    bool run(const std::function<void(int)>& part) {
+    // Runs chunk(0) .. chunk(count - 1), each exactly once, on the calling
+    // thread and on whichever helpers join in, and returns once all have
+    // finished. When the helpers serve another stream's launch the caller
+    // runs every chunk itself.
+    void run(int count, const std::function<void(int)>& chunk) {
         std::unique_lock<std::mutex> caller(callerMutex, std::try_to_lock);
-        if (!caller.owns_lock() || helperCount == 0) return false;
-        task.store(&part, std::memory_order_relaxed);
-        pending.store(helperCount, std::memory_order_relaxed);
+        if (!caller.owns_lock() || helperCount == 0 || count < 2) {
+            for (int c = 0; c < count; ++c) chunk(c);
+            return;
+        }
+        Launch launch{&chunk, count};
+        current.store(&launch, std::memory_order_seq_cst);
         generation.fetch_add(1, std::memory_order_seq_cst);
         // Paired with a helper's sleeping count and check of the generation, in
         // the opposite order: either the helper sees the new generation or we see it asleep.
@@ -46,16 +56,30 @@ class CpuKernelPool {
             std::lock_guard<std::mutex> lock(mutex);
             wake.notify_all();
         }
-        part(0);
-        awaitHelpers();
-        return true;
+        launch.takeChunks();
+        // Helpers that arrive from now on find no launch; those already in it
+        // may still be running a chunk.
+        current.store(nullptr, std::memory_order_seq_cst);
+        awaitActiveHelpers();
     }
 
   private:
+    struct Launch {
+        const std::function<void(int)>* chunk;
+        int count;
+        std::atomic<int> next{0};
+
+        void takeChunks() {
+            for (int c = next.fetch_add(1, std::memory_order_relaxed); c < count;
+                 c = next.fetch_add(1, std::memory_order_relaxed))
+                (*chunk)(c);
+        }
+    };
+
     CpuKernelPool() {
         const unsigned cores = std::thread::hardware_concurrency();
-        helperCount = getenv("NOHELP") ? 0 : (cores > 1 ? static_cast<int>(std::min(cores, 4u)) - 1 : 0);
-        for (int h = 0; h < helperCount; ++h) std::thread([this, h] { serve(h + 1); }).detach();
+        helperCount = cores > 1 ? static_cast<int>(std::min(cores, 4u)) - 1 : 0;
+        for (int h = 0; h < helperCount; ++h) std::thread([this] { serve(); }).detach();
     }
 
     static void pause() {
@@ -64,10 +88,10 @@ class CpuKernelPool {
 #endif
     }
 
-    // The caller's parts are as large as the helpers', so the wait is short:
-    // spin, yielding now and then so that a helper sharing the core can finish.
-    void awaitHelpers() {
-        for (unsigned spins = 1; pending.load(std::memory_order_acquire) != 0; ++spins) {
+    // A helper inside a launch is at most one chunk from its end: spin,
+    // yielding now and then so that a helper sharing the core can finish.
+    void awaitActiveHelpers() {
+        for (unsigned spins = 1; active.load(std::memory_order_seq_cst) != 0; ++spins) {
             if (spins % 64 == 0) {
                 std::this_thread::yield();
             } else {
@@ -85,12 +109,16 @@ class CpuKernelPool {
         return generation.load(std::memory_order_acquire);
     }
 
-    void serve(int index) {
+    // A helper announces itself before it looks for the launch, and the caller
+    // withdraws the launch before it counts the helpers: a helper that finds
+    // the launch is therefore waited for, and one that comes later finds none.
+    void serve() {
         unsigned long long seen = 0;
         for (;;) {
             seen = awaitGeneration(seen);
-            (*task.load(std::memory_order_relaxed))(index);
-            pending.fetch_sub(1, std::memory_order_acq_rel);
+            active.fetch_add(1, std::memory_order_seq_cst);
+            if (Launch* launch = current.load(std::memory_order_seq_cst)) launch->takeChunks();
+            active.fetch_sub(1, std::memory_order_seq_cst);
         }
     }
 
@@ -98,8 +126,8 @@ class CpuKernelPool {
     std::mutex callerMutex;  // one shared launch at a time
     std::mutex mutex;        // guards sleeping helpers' wake-up
     std::condition_variable wake;
-    std::atomic<const std::function<void(int)>*> task{nullptr};
-    std::atomic<int> pending{0};
+    std::atomic<Launch*> current{nullptr};
+    std::atomic<int> active{0};
     std::atomic<int> sleeping{0};
     std::atomic<unsigned long long> generation{0};
 };

@@ -1,7 +1,7 @@
 // Runs a kernel of the kernel list on the CPU: the same per-index code the GPU
 // runs per thread, in loops over the launch's channel rows and the kernel's
-// extent. Large launches are shared between the calling stream thread and a
-// few helper threads, each taking a contiguous range of the extent.
+// extent. Large launches are cut into chunks, contiguous ranges of the
+// extent, which the calling stream thread and the pool's helpers share.
 #pragma once
 
 #include <algorithm>
@@ -14,11 +14,16 @@
 
 namespace tarnel {
 
-// Launches with less work than this run on the stream thread alone. The work
-// of a launch is its (row, index) pairs, weighed by the kernel's
-// `workPerIndex` where it declares one (the work of one index relative to
-// one sample of a waveform kernel).
-constexpr long kCpuSharedLaunchWork = 16384;
+// Launches with less work than this run on the stream thread alone: waking a
+// helper costs more than it saves on them (the waveform and time-domain
+// kernels of a 10-period block at 51.2 kHz). Larger ones are cut into chunks
+// of about kCpuChunkWork, at most kCpuMaxChunks. The work of a launch is its
+// (row, index) pairs, weighed by the kernel's `workPerIndex` where it
+// declares one (the work of one index relative to one sample of a waveform
+// kernel).
+constexpr long kCpuSharedLaunchWork = 40960;
+constexpr long kCpuChunkWork = 4096;
+constexpr int kCpuMaxChunks = 16;
 
 template <typename Kernel, typename = void>
 struct WorkPerIndex : std::integral_constant<int, 1> {};
@@ -26,15 +31,19 @@ template <typename Kernel>
 struct WorkPerIndex<Kernel, std::void_t<decltype(Kernel::workPerIndex)>>
     : std::integral_constant<int, Kernel::workPerIndex> {};
 
+// Chunks a launch is cut into: 1 for a launch the stream thread runs alone.
+// It depends on the launch's size only, so that a reduction adds its partial
+// sums in the same order whichever threads run the chunks.
 template <typename Kernel>
-bool shareLaunch(int extent, int rows) {
-    return static_cast<long>(extent) * rows * WorkPerIndex<Kernel>::value >= kCpuSharedLaunchWork &&
-           CpuKernelPool::instance().parts() > 1;
+int chunkCount(int extent, int rows) {
+    const long work = static_cast<long>(extent) * rows * WorkPerIndex<Kernel>::value;
+    if (work < kCpuSharedLaunchWork) return 1;
+    return static_cast<int>(std::min<long>({work / kCpuChunkWork, kCpuMaxChunks, extent}));
 }
 
-// Start of part p of `parts` contiguous ranges over [0, extent).
-inline int partStart(int extent, int p, int parts) {
-    return static_cast<int>(static_cast<long long>(extent) * p / parts);
+// Start of chunk c of `chunks` contiguous ranges over [0, extent).
+inline int chunkStart(int extent, int c, int chunks) {
+    return static_cast<int>(static_cast<long long>(extent) * c / chunks);
 }
 
 // Whether a kernel reads the block's samples from the ring.
@@ -142,58 +151,36 @@ template <typename Kernel>
 void runReductionOnCpu(const Kernel& kernel, int rows) {
     constexpr int fields = Kernel::fieldCount;
     const int extent = kernel.extent();
-    auto store = [&kernel](const KernelSums<fields>& sums, int row) {
+    const int chunks = chunkCount<Kernel>(extent, rows);
+    // Partial sums per chunk and row, added in chunk order.
+    std::vector<KernelSums<fields>> partial(static_cast<size_t>(chunks) * rows, KernelSums<fields>{});
+    CpuKernelPool::instance().run(chunks, [&](int c) {
+        const int first = chunkStart(extent, c, chunks), last = chunkStart(extent, c + 1, chunks);
+        for (int row = 0; row < rows; ++row)
+            accumulateRange(kernel, partial[static_cast<size_t>(c) * rows + row], row, first, last);
+    });
+    for (int row = 0; row < rows; ++row) {
+        KernelSums<fields> sums = partial[static_cast<size_t>(row)];
+        for (int c = 1; c < chunks; ++c) {
+            for (int f = 0; f < fields; ++f) sums.value[f] += partial[static_cast<size_t>(c) * rows + row].value[f];
+        }
         for (int f = 0; f < fields; ++f) {
             if (double* target = kernel.target(row, f)) *target += sums.value[f];
         }
-    };
-    if (rows <= kMaxKernelRows && shareLaunch<Kernel>(extent, rows)) {
-        CpuKernelPool& pool = CpuKernelPool::instance();
-        const int parts = pool.parts();
-        // Partial sums per part and row, combined in part order.
-        std::vector<KernelSums<fields>> partial(static_cast<size_t>(parts) * rows, KernelSums<fields>{});
-        const std::function<void(int)> part = [&](int p) {
-            const int first = partStart(extent, p, parts), last = partStart(extent, p + 1, parts);
-            for (int row = 0; row < rows; ++row)
-                accumulateRange(kernel, partial[static_cast<size_t>(p) * rows + row], row, first, last);
-        };
-        if (pool.run(part)) {
-            for (int row = 0; row < rows; ++row) {
-                KernelSums<fields> sums = partial[static_cast<size_t>(row)];
-                for (int p = 1; p < parts; ++p) {
-                    for (int f = 0; f < fields; ++f)
-                        sums.value[f] += partial[static_cast<size_t>(p) * rows + row].value[f];
-                }
-                store(sums, row);
-            }
-            return;
-        }
-    }
-    for (int row = 0; row < rows; ++row) {
-        KernelSums<fields> sums{};
-        accumulateRange(kernel, sums, row, 0, extent);
-        store(sums, row);
     }
 }
 
 template <typename Kernel>
 void runElementsOnCpu(const Kernel& kernel, int rows) {
     const int extent = kernel.extent();
-    auto runRange = [&kernel, rows](int first, int last) {
+    const int chunks = chunkCount<Kernel>(extent, rows);
+    CpuKernelPool::instance().run(chunks, [&kernel, rows, extent, chunks](int c) {
+        const int first = chunkStart(extent, c, chunks), last = chunkStart(extent, c + 1, chunks);
         for (int row = 0; row < rows; ++row) {
             forEachStretch(kernel, first, last,
                            [row](const Kernel& stretch, int begin, int end) { runStretch(stretch, row, begin, end); });
         }
-    };
-    if (shareLaunch<Kernel>(extent, rows)) {
-        CpuKernelPool& pool = CpuKernelPool::instance();
-        const int parts = pool.parts();
-        const std::function<void(int)> part = [&](int p) {
-            runRange(partStart(extent, p, parts), partStart(extent, p + 1, parts));
-        };
-        if (pool.run(part)) return;
-    }
-    runRange(0, extent);
+    });
 }
 
 template <typename Kernel>

@@ -21,6 +21,10 @@ std::mutex& plannerMutex() {
     return mutex;
 }
 
+// The work of a transform per input sample, relative to one sample of a
+// waveform kernel (as a CPU launch weighs it).
+constexpr long kFftWorkPerSample = 4;
+
 constexpr int kFftAlloc = 2;  // "Alloc failed"
 constexpr int kFftInvalidValue = 4;
 constexpr int kFftSetupFailed = 7;
@@ -29,18 +33,12 @@ constexpr int kFftSetupFailed = 7;
 // of the arrays it was made with, which come from fftwf_malloc (alignment 0).
 bool isAligned(const void* p) { return fftwf_alignment_of(static_cast<float*>(const_cast<void*>(p))) == 0; }
 
-// A part of a batch: channels first .. first + count - 1, with its own plan.
-struct BatchPart {
-    fftwf_plan plan;
-    int first;
-};
-
 class FftwPlan final : public FftPlan {
   public:
-    FftwPlan(fftwf_plan plan_, std::vector<BatchPart> parts_, int length_, int batch_, float* inScratch,
+    FftwPlan(fftwf_plan plan_, std::vector<fftwf_plan> channelPlans_, int length_, int batch_, float* inScratch,
              fftwf_complex* outScratch, std::function<std::shared_ptr<CpuStream>(DeviceStream)> streamOf_)
         : plan(plan_),
-          parts(std::move(parts_)),
+          channelPlans(std::move(channelPlans_)),
           length(length_),
           batch(batch_),
           inputScratch(inScratch),
@@ -59,8 +57,8 @@ class FftwPlan final : public FftPlan {
     int destroy() override {
         std::lock_guard<std::mutex> lock(plannerMutex());
         if (plan != nullptr) fftwf_destroy_plan(plan);
-        for (const BatchPart& part : parts) fftwf_destroy_plan(part.plan);
-        parts.clear();
+        for (fftwf_plan channelPlan : channelPlans) fftwf_destroy_plan(channelPlan);
+        channelPlans.clear();
         fftwf_free(inputScratch);
         fftwf_free(outputScratch);
         plan = nullptr;
@@ -84,28 +82,24 @@ class FftwPlan final : public FftPlan {
         if (!outAligned) std::memcpy(static_cast<void*>(output), outputScratch, outBins * sizeof(fftwf_complex));
     }
 
-    // The whole batch: split over the CPU kernel pool's threads when the plan
-    // has parts and the pool is free, in one call otherwise. Both arrays have
-    // the alignment of the scratch arrays the plans were made with, and so
-    // have the parts' offsets.
+    // The whole batch: channel by channel, shared with the CPU kernel pool's
+    // helpers, when the plan has a plan per channel; in one call otherwise.
+    // Both arrays have the alignment of the scratch arrays the plans were made
+    // with, and so have the channels' offsets.
     void execute(float* in, fftwf_complex* out) {
         const size_t bins = static_cast<size_t>(length / 2 + 1);
-        if (!parts.empty()) {
-            const std::function<void(int)> run = [&](int p) {
-                for (size_t k = static_cast<size_t>(p); k < parts.size(); k += static_cast<size_t>(poolParts)) {
-                    const BatchPart& part = parts[k];
-                    fftwf_execute_dft_r2c(part.plan, in + static_cast<size_t>(part.first) * length,
-                                          out + static_cast<size_t>(part.first) * bins);
-                }
-            };
-            if (CpuKernelPool::instance().run(run)) return;
+        if (channelPlans.empty()) {
+            fftwf_execute_dft_r2c(plan, in, out);
+            return;
         }
-        fftwf_execute_dft_r2c(plan, in, out);
+        CpuKernelPool::instance().run(batch, [&](int c) {
+            const auto channel = static_cast<size_t>(c);
+            fftwf_execute_dft_r2c(channelPlans[channel], in + channel * length, out + channel * bins);
+        });
     }
 
     fftwf_plan plan;
-    std::vector<BatchPart> parts;
-    const int poolParts = CpuKernelPool::instance().parts();
+    std::vector<fftwf_plan> channelPlans;
     int length;
     int batch;
     float* inputScratch;
@@ -138,27 +132,27 @@ int createFftwPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool
         fftwf_free(out);
         return kFftSetupFailed;
     }
-    // Batches of several large transforms are also planned in parts, one per
-    // thread of the CPU kernel pool, so that a block's transforms share its cores.
-    std::vector<BatchPart> parts;
-    const int partCount = std::min(CpuKernelPool::instance().parts(), batch);
-    if (partCount > 1 && static_cast<long>(length) * batch >= kCpuSharedLaunchWork) {
+    // Batches of several large transforms are also planned channel by
+    // channel, each at its own offset (which fixes its SIMD alignment), so
+    // that the CPU kernel pool's threads can share a block's transforms.
+    std::vector<fftwf_plan> channelPlans;
+    if (batch > 1 && CpuKernelPool::instance().hasHelpers() &&
+        static_cast<long>(length) * batch * kFftWorkPerSample >= kCpuSharedLaunchWork) {
         std::lock_guard<std::mutex> lock(plannerMutex());
-        for (int p = 0; p < partCount; ++p) {
-            const int first = partStart(batch, p, partCount), count = partStart(batch, p + 1, partCount) - first;
-            const int n[1] = {length};
-            fftwf_plan part = fftwf_plan_many_dft_r2c(1, n, count, in + static_cast<size_t>(first) * length, nullptr, 1,
-                                                      length, out + static_cast<size_t>(first) * bins, nullptr, 1, bins,
-                                                      measure ? FFTW_MEASURE : FFTW_ESTIMATE);
-            if (part == nullptr) {
-                for (const BatchPart& made : parts) fftwf_destroy_plan(made.plan);
-                parts.clear();
+        const int n[1] = {length};
+        for (int c = 0; c < batch; ++c) {
+            fftwf_plan channelPlan = fftwf_plan_many_dft_r2c(1, n, 1, in + static_cast<size_t>(c) * length, nullptr, 1,
+                                                             length, out + static_cast<size_t>(c) * bins, nullptr, 1,
+                                                             bins, measure ? FFTW_MEASURE : FFTW_ESTIMATE);
+            if (channelPlan == nullptr) {
+                for (fftwf_plan made : channelPlans) fftwf_destroy_plan(made);
+                channelPlans.clear();
                 break;
             }
-            parts.push_back(BatchPart{part, first});
+            channelPlans.push_back(channelPlan);
         }
     }
-    *result = std::make_unique<FftwPlan>(plan, std::move(parts), length, batch, in, out, streamOf);
+    *result = std::make_unique<FftwPlan>(plan, std::move(channelPlans), length, batch, in, out, streamOf);
     return 0;
 }
 
