@@ -145,7 +145,7 @@ class BlockHarness {
     }
 
     // Sleeps rather than spins, leaving the cores to the calculation's threads.
-    static void waitBriefly() { std::this_thread::sleep_for(std::chrono::microseconds(20)); }
+    static void waitBriefly() { std::this_thread::sleep_for(std::chrono::microseconds(200)); }
 
     void collect() {
         const std::vector<PowerResultsGeneral> results = module.getResults(0);

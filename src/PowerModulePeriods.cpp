@@ -11,6 +11,7 @@
 
 #include "PowerModuleImpl.h"
 #include "PowerQuantities.h"
+#include "VectorLoops.h"
 #include "tarnel/PowerSymmetricalComponents.h"
 
 namespace {
@@ -113,53 +114,85 @@ struct PhaseChannels {
     const float* ul;
 };
 
-// Calls add(k, w) for samples first .. last in order, k being the ring
-// position and w the weight: the first and the last sample's fractions, 1 for
-// the samples between them, which run as plain stretches of the ring.
-template <typename Add>
-void forEachWeightedSample(unsigned long long first, unsigned long long last, double firstFraction, double lastFraction,
-                           unsigned long long ringLength, Add add) {
-    add(first % ringLength, firstFraction);
-    if (last == first) return;
-    unsigned long long k = (first + 1) % ringLength;
-    for (unsigned long long left = last - first - 1; left > 0; k = 0) {
-        const unsigned long long end = std::min(ringLength, k + left);
-        left -= end - k;
-        for (; k < end; ++k) add(k, 1.0);
+// Adds one sample at ring position k with weight w: the first and last
+// sample of a value count with their fractions.
+template <bool kCurrents, bool kLineToLine>
+void addSample(PhaseSums& sums, const PhaseChannels& ch, const ReferenceRing& ref, unsigned long long k, double w) {
+    const double fr = ref.frequency[k];
+    const std::complex<double> rotation(fr * ref.cosine[k], -fr * ref.sine[k]);
+    const double u = ch.u[k];
+    sums.weight += w * fr;
+    sums.u2 += w * u * u;
+    sums.u1 += w * u * rotation;
+    if constexpr (kCurrents) {
+        const double i = ch.i[k];
+        sums.i2 += w * i * i;
+        sums.ui += w * u * i;
+        sums.i1 += w * i * rotation;
     }
-    add(last % ringLength, lastFraction);
+    if constexpr (kLineToLine) sums.ul2 += w * static_cast<double>(ch.ul[k]) * ch.ul[k];
+}
+
+// Adds the whole samples at ring positions begin .. end - 1. Consecutive
+// samples go to consecutive lanes of partial sums, which run in vector
+// registers and are added in a fixed order at the end: the sums do not
+// depend on the processor's vector width.
+template <bool kCurrents, bool kLineToLine>
+TARNEL_CPU_LOOP void addStretch(PhaseSums& sums, const PhaseChannels& ch, const ReferenceRing& ref,
+                                unsigned long long begin, unsigned long long end) {
+    constexpr int kLanes = 4;
+    enum { kWeight, kU2, kU1Re, kU1Im, kI2, kUI, kI1Re, kI1Im, kUL2, kFields };
+    double lanes[kFields][kLanes] = {};
+    unsigned long long k = begin;
+    for (; k + kLanes <= end; k += kLanes) {
+#pragma omp simd
+        for (int lane = 0; lane < kLanes; ++lane) {
+            const unsigned long long n = k + static_cast<unsigned long long>(lane);
+            const double fr = ref.frequency[n];
+            const double re = fr * ref.cosine[n], im = -fr * ref.sine[n];
+            const double u = ch.u[n];
+            lanes[kWeight][lane] += fr;
+            lanes[kU2][lane] += u * u;
+            lanes[kU1Re][lane] += u * re;
+            lanes[kU1Im][lane] += u * im;
+            if constexpr (kCurrents) {
+                const double i = ch.i[n];
+                lanes[kI2][lane] += i * i;
+                lanes[kUI][lane] += u * i;
+                lanes[kI1Re][lane] += i * re;
+                lanes[kI1Im][lane] += i * im;
+            }
+            if constexpr (kLineToLine) lanes[kUL2][lane] += static_cast<double>(ch.ul[n]) * ch.ul[n];
+        }
+    }
+    double total[kFields];
+    for (int f = 0; f < kFields; ++f) total[f] = (lanes[f][0] + lanes[f][1]) + (lanes[f][2] + lanes[f][3]);
+    sums.weight += total[kWeight];
+    sums.u2 += total[kU2];
+    sums.u1 += std::complex<double>(total[kU1Re], total[kU1Im]);
+    sums.i2 += total[kI2];
+    sums.ui += total[kUI];
+    sums.i1 += std::complex<double>(total[kI1Re], total[kI1Im]);
+    sums.ul2 += total[kUL2];
+    for (; k < end; ++k) addSample<kCurrents, kLineToLine>(sums, ch, ref, k, 1.0);
 }
 
 // Samples first .. last of one phase, for one combination of channels, so
-// that the loop runs without branches and keeps its sums in registers.
+// that the loops run without branches: the first and the last sample with
+// their fractions, the samples between them in stretches of the ring.
 template <bool kCurrents, bool kLineToLine>
 PhaseSums sumChannels(const PhaseChannels& ch, const ReferenceRing& ref, unsigned long long first,
                       unsigned long long last, double firstFraction, double lastFraction) {
-    double weight = 0.0, u2 = 0.0, i2 = 0.0, ui = 0.0, ul2 = 0.0;
-    std::complex<double> u1, i1;
-    forEachWeightedSample(first, last, firstFraction, lastFraction, ref.length, [&](unsigned long long k, double w) {
-        const double fr = ref.frequency[k];
-        const std::complex<double> rotation(fr * ref.cosine[k], -fr * ref.sine[k]);
-        const double u = ch.u[k];
-        weight += w * fr;
-        u2 += w * u * u;
-        u1 += w * u * rotation;
-        if constexpr (kCurrents) {
-            const double i = ch.i[k];
-            i2 += w * i * i;
-            ui += w * u * i;
-            i1 += w * i * rotation;
-        }
-        if constexpr (kLineToLine) ul2 += w * static_cast<double>(ch.ul[k]) * ch.ul[k];
-    });
     PhaseSums sums;
-    sums.weight = weight;
-    sums.u2 = u2;
-    sums.u1 = u1;
-    sums.i2 = i2;
-    sums.ui = ui;
-    sums.i1 = i1;
-    sums.ul2 = ul2;
+    addSample<kCurrents, kLineToLine>(sums, ch, ref, first % ref.length, firstFraction);
+    if (last == first) return sums;
+    unsigned long long k = (first + 1) % ref.length;
+    for (unsigned long long left = last - first - 1; left > 0; k = 0) {
+        const unsigned long long end = std::min(ref.length, k + left);
+        left -= end - k;
+        addStretch<kCurrents, kLineToLine>(sums, ch, ref, k, end);
+    }
+    addSample<kCurrents, kLineToLine>(sums, ch, ref, last % ref.length, lastFraction);
     return sums;
 }
 

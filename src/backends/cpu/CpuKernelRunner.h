@@ -9,6 +9,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "VectorLoops.h"
 #include "backends/cpu/CpuKernelPool.h"
 #include "kernels/KernelSupport.h"
 
@@ -89,16 +90,6 @@ inline void accumulateAt(const Kernel& kernel, KernelSums<Kernel::fieldCount>& s
     }
 }
 
-// The loops over a stretch are compiled twice where the toolchain can pick
-// at load time: for x86-64-v3 processors (AVX2) and for the baseline. Both
-// add in the same order, and the backend is built without contraction into
-// fused multiply-adds, so the results do not depend on the processor.
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && defined(__linux__)
-#define TARNEL_CPU_LOOP __attribute__((target_clones("arch=x86-64-v3", "default")))
-#else
-#define TARNEL_CPU_LOOP
-#endif
-
 // Partial sums kept per lane: consecutive indices go to consecutive lanes, so
 // the compiler runs the lanes in vector registers and the additions of one
 // lane do not wait on each other's.
@@ -110,11 +101,12 @@ TARNEL_CPU_LOOP void accumulateStretch(const Kernel& stretch, KernelSums<Kernel:
                                        int end) {
     constexpr int fields = Kernel::fieldCount;
     const Kernel k = stretch;  // a local copy: its members stay in registers
-    double lanes[fields][kReductionLanes] = {};
+    constexpr int laneCount = kReductionLanes;
+    double lanes[fields][laneCount] = {};
     int x = begin;
-    for (; x + kReductionLanes <= end; x += kReductionLanes) {
+    for (; x + laneCount <= end; x += laneCount) {
 #pragma omp simd
-        for (int lane = 0; lane < kReductionLanes; ++lane) {
+        for (int lane = 0; lane < laneCount; ++lane) {
             KernelSums<fields> term{};
             accumulateAt(k, term, x + lane, row);
 #pragma GCC unroll 8
@@ -124,7 +116,7 @@ TARNEL_CPU_LOOP void accumulateStretch(const Kernel& stretch, KernelSums<Kernel:
     KernelSums<fields> tail{};
     for (; x < end; ++x) accumulateAt(k, tail, x, row);
     for (int f = 0; f < fields; ++f) {
-        for (int width = kReductionLanes / 2; width > 0; width /= 2) {
+        for (int width = laneCount / 2; width > 0; width /= 2) {
             for (int lane = 0; lane < width; ++lane) lanes[f][lane] += lanes[f][lane + width];
         }
         sums.value[f] += lanes[f][0] + tail.value[f];
