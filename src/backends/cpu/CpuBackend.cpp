@@ -119,7 +119,7 @@ int CpuBackend::memset2DAsync(void* destination, size_t pitchBytes, int value, s
 
 int CpuBackend::createStream(DeviceStream* stream) {
     if (stream == nullptr) return kInvalidValue;
-    auto cpuStream = std::make_shared<CpuStream>();
+    auto cpuStream = workers.createStream();
     std::lock_guard<std::mutex> lock(streamsMutex);
     streams.emplace(cpuStream.get(), cpuStream);
     *stream = reinterpret_cast<DeviceStream>(cpuStream.get());
@@ -137,7 +137,7 @@ int CpuBackend::destroyStream(DeviceStream stream) {
     }
     // Work already enqueued still runs, as with CUDA; it finishes before the
     // caller goes on to release the memory that work uses.
-    cpuStream->waitIdle();
+    workers.retire(cpuStream);
     return 0;
 }
 
@@ -179,19 +179,14 @@ int CpuBackend::queryEvent(DeviceEvent event) {
 int CpuBackend::streamWaitEvent(DeviceStream stream, DeviceEvent event) {
     auto cpuEvent = eventOf(event);
     if (cpuEvent == nullptr) return kInvalidResourceHandle;
-    const uint64_t generation = cpuEvent->recordedGeneration();
-    return enqueue(stream, [cpuEvent, generation] { cpuEvent->waitFor(generation); }) ? 0 : kInvalidResourceHandle;
+    auto cpuStream = streamOf(stream);
+    if (cpuStream == nullptr) return kInvalidResourceHandle;
+    cpuStream->enqueueWait(cpuEvent, cpuEvent->recordedGeneration());
+    return 0;
 }
 
 int CpuBackend::synchronizeDevice() {
-    std::vector<std::shared_ptr<CpuStream>> live;
-    {
-        std::lock_guard<std::mutex> lock(streamsMutex);
-        for (const auto& entry : streams) live.push_back(entry.second);
-    }
-    // A stream may wait on an event of another; waiting until all are idle at
-    // once covers that, since every wait ends when its event's stream runs.
-    for (const auto& stream : live) stream->waitIdle();
+    workers.waitAllIdle();
     return 0;
 }
 

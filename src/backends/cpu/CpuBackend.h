@@ -1,6 +1,6 @@
 // The CPU backend: device memory is separate host memory that only the copies
-// reach, every stream is a worker thread, events complete when their stream
-// reaches them, FFTs run through FFTW, kernels run as loops.
+// reach, streams share a pool of worker threads, events complete when their
+// stream reaches them, FFTs run through FFTW, kernels run as loops.
 #pragma once
 
 #include <atomic>
@@ -61,6 +61,8 @@ class TARNEL_API CpuBackend final : public Backend {
     std::mutex deviceBlocksMutex;
     std::set<void*> deviceBlocks;
     std::atomic<int> lastError{0};
+    // Declared before the streams: its workers stop after the streams are forgotten.
+    CpuStreamWorkers workers;
     std::mutex streamsMutex;
     std::map<CpuStream*, std::shared_ptr<CpuStream>> streams;
     // Events stay alive while work enqueued before their destruction still
