@@ -2,6 +2,7 @@
 #pragma once
 
 #include <math.h>
+#include <string.h>
 
 #include "kernels/KernelSupport.h"
 
@@ -29,6 +30,39 @@ TARNEL_HD float windowed(float x, double window, float fftScale) {
     return static_cast<float>(static_cast<double>(fftScale) * (static_cast<double>(x) * window));
 }
 
+// The bits of a float, and the float of given bits.
+TARNEL_HD unsigned floatBits(float x) {
+#if defined(__CUDA_ARCH__)
+    return __float_as_uint(x);
+#else
+    unsigned bits;
+    memcpy(&bits, &x, sizeof bits);
+    return bits;
+#endif
+}
+TARNEL_HD float floatOfBits(unsigned bits) {
+#if defined(__CUDA_ARCH__)
+    return __uint_as_float(bits);
+#else
+    float x;
+    memcpy(&x, &bits, sizeof x);
+    return x;
+#endif
+}
+
+// 2^e for -126 <= e <= 127: a normal float, built from its exponent bits.
+TARNEL_HD float powerOfTwo(int e) { return floatOfBits(static_cast<unsigned>(e + 127) << 23); }
+
+// The exponent frexpf gives a finite non-zero float (x = m 2^e, 0.5 <= |m| < 1),
+// read from the bits of a normal float.
+TARNEL_HD int binaryExponent(float x) {
+    const unsigned biased = (floatBits(x) >> 23) & 0xffu;
+    if (biased != 0) return static_cast<int>(biased) - 126;
+    int exponent = 0;
+    frexpf(x, &exponent);  // subnormal
+    return exponent;
+}
+
 // Euclidean norm of `count` floats, scaled by a power of two from the largest
 // magnitude so that no square overflows or underflows.
 TARNEL_HD float scaledNorm(const float* values, int count) {
@@ -39,21 +73,20 @@ TARNEL_HD float scaledNorm(const float* values, int count) {
     }
     if (largest == 0.0f) return 0.0f;
     if (isinf(largest)) return largest;
-    int exponent = 0;
-    frexpf(largest, &exponent);
+    const int exponent = binaryExponent(largest);
     float sum = 0.0f;
     if (exponent >= -126 && exponent <= 126) {
-        // 2^-exponent is a normal float: the product rounds as ldexpf does.
-        const float scale = ldexpf(1.0f, -exponent);
+        // 2^-exponent and 2^exponent are normal floats: the products round as ldexpf does.
+        const float scale = powerOfTwo(-exponent);
         for (int k = 0; k < count; ++k) {
             const float scaled = values[k] * scale;
             sum += scaled * scaled;
         }
-    } else {
-        for (int k = 0; k < count; ++k) {
-            const float scaled = ldexpf(values[k], -exponent);
-            sum += scaled * scaled;
-        }
+        return sqrtf(sum) * powerOfTwo(exponent);
+    }
+    for (int k = 0; k < count; ++k) {
+        const float scaled = ldexpf(values[k], -exponent);
+        sum += scaled * scaled;
     }
     return ldexpf(sqrtf(sum), exponent);
 }

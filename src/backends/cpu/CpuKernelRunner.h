@@ -101,13 +101,15 @@ TARNEL_CPU_LOOP void accumulateStretch(const Kernel& stretch, KernelSums<Kernel:
                                        int end) {
     constexpr int fields = Kernel::fieldCount;
     const Kernel k = stretch;  // a local copy: its members stay in registers
-    constexpr int laneCount = kReductionLanes;
-    double lanes[fields][laneCount] = {};
+    double lanes[fields][kReductionLanes] = {};
     int x = begin;
-    for (; x + laneCount <= end; x += laneCount) {
+    for (; x + kReductionLanes <= end; x += kReductionLanes) {
 #pragma omp simd
-        for (int lane = 0; lane < laneCount; ++lane) {
-            KernelSums<fields> term{};
+        for (int lane = 0; lane < kReductionLanes; ++lane) {
+            // The kernel adds its terms to these: starting from -0.0, whose
+            // sum with any x is x, lets the compiler drop that addition.
+            KernelSums<fields> term;
+            for (int f = 0; f < fields; ++f) term.value[f] = -0.0;
             accumulateAt(k, term, x + lane, row);
 #pragma GCC unroll 8
             for (int f = 0; f < fields; ++f) lanes[f][lane] += term.value[f];
@@ -116,7 +118,7 @@ TARNEL_CPU_LOOP void accumulateStretch(const Kernel& stretch, KernelSums<Kernel:
     KernelSums<fields> tail{};
     for (; x < end; ++x) accumulateAt(k, tail, x, row);
     for (int f = 0; f < fields; ++f) {
-        for (int width = laneCount / 2; width > 0; width /= 2) {
+        for (int width = kReductionLanes / 2; width > 0; width /= 2) {
             for (int lane = 0; lane < width; ++lane) lanes[f][lane] += lanes[f][lane + width];
         }
         sums.value[f] += lanes[f][0] + tail.value[f];
