@@ -16,6 +16,10 @@
 
 namespace {
 
+using tarnel::Double4;
+using tarnel::load4;
+using tarnel::sumOfLanes;
+
 constexpr double kPi = 3.141592653589793;
 constexpr double kTwoPi = 2.0 * kPi;
 constexpr double kSqrt2 = 1.4142135623730951;
@@ -134,47 +138,52 @@ void addSample(PhaseSums& sums, const PhaseChannels& ch, const ReferenceRing& re
 }
 
 // Adds the whole samples at ring positions begin .. end - 1. Consecutive
-// samples go to consecutive lanes of partial sums, which run in vector
-// registers and are added in a fixed order at the end: the sums do not
-// depend on the processor's vector width.
+// samples go to consecutive lanes of partial sums, added in a fixed order at
+// the end: the sums do not depend on the processor's vector width. Absent
+// channels are not read.
 template <bool kCurrents, bool kLineToLine>
 TARNEL_CPU_LOOP void addStretch(PhaseSums& sums, const PhaseChannels& ch, const ReferenceRing& ref,
                                 unsigned long long begin, unsigned long long end) {
-    constexpr int kLanes = 4;
-    enum { kWeight, kU2, kU1Re, kU1Im, kI2, kUI, kI1Re, kI1Im, kUL2, kFields };
-    double lanes[kFields][kLanes] = {};
-    unsigned long long k = begin;
-    for (; k + kLanes <= end; k += kLanes) {
-#pragma omp simd
-        for (int lane = 0; lane < kLanes; ++lane) {
-            const unsigned long long n = k + static_cast<unsigned long long>(lane);
-            const double fr = ref.frequency[n];
-            const double re = fr * ref.cosine[n], im = -fr * ref.sine[n];
-            const double u = ch.u[n];
-            lanes[kWeight][lane] += fr;
-            lanes[kU2][lane] += u * u;
-            lanes[kU1Re][lane] += u * re;
-            lanes[kU1Im][lane] += u * im;
-            if constexpr (kCurrents) {
-                const double i = ch.i[n];
-                lanes[kI2][lane] += i * i;
-                lanes[kUI][lane] += u * i;
-                lanes[kI1Re][lane] += i * re;
-                lanes[kI1Im][lane] += i * im;
-            }
-            if constexpr (kLineToLine) lanes[kUL2][lane] += static_cast<double>(ch.ul[n]) * ch.ul[n];
+    const double* frequency = ref.frequency + begin;
+    const double* cosine = ref.cosine + begin;
+    const double* sine = ref.sine + begin;
+    const float* u = ch.u + begin;
+    const float* i = kCurrents ? ch.i + begin : nullptr;
+    const float* ul = kLineToLine ? ch.ul + begin : nullptr;
+    Double4 weight{}, u2{}, u1Re{}, u1Im{}, i2{}, ui{}, i1Re{}, i1Im{}, ul2{}, fr, cos, sin, uk, ik, lk;
+    const auto count = static_cast<long long>(end - begin);
+    long long k = 0;
+    for (; k + 4 <= count; k += 4) {
+        load4(fr, frequency + k);
+        load4(cos, cosine + k);
+        load4(sin, sine + k);
+        load4(uk, u + k);
+        const Double4 re = fr * cos, im = -fr * sin;
+        weight += fr;
+        u2 += uk * uk;
+        u1Re += uk * re;
+        u1Im += uk * im;
+        if constexpr (kCurrents) {
+            load4(ik, i + k);
+            i2 += ik * ik;
+            ui += uk * ik;
+            i1Re += ik * re;
+            i1Im += ik * im;
+        }
+        if constexpr (kLineToLine) {
+            load4(lk, ul + k);
+            ul2 += lk * lk;
         }
     }
-    double total[kFields];
-    for (int f = 0; f < kFields; ++f) total[f] = (lanes[f][0] + lanes[f][1]) + (lanes[f][2] + lanes[f][3]);
-    sums.weight += total[kWeight];
-    sums.u2 += total[kU2];
-    sums.u1 += std::complex<double>(total[kU1Re], total[kU1Im]);
-    sums.i2 += total[kI2];
-    sums.ui += total[kUI];
-    sums.i1 += std::complex<double>(total[kI1Re], total[kI1Im]);
-    sums.ul2 += total[kUL2];
-    for (; k < end; ++k) addSample<kCurrents, kLineToLine>(sums, ch, ref, k, 1.0);
+    sums.weight += sumOfLanes(weight);
+    sums.u2 += sumOfLanes(u2);
+    sums.u1 += std::complex<double>(sumOfLanes(u1Re), sumOfLanes(u1Im));
+    sums.i2 += sumOfLanes(i2);
+    sums.ui += sumOfLanes(ui);
+    sums.i1 += std::complex<double>(sumOfLanes(i1Re), sumOfLanes(i1Im));
+    sums.ul2 += sumOfLanes(ul2);
+    for (unsigned long long n = begin + static_cast<unsigned long long>(k); n < end; ++n)
+        addSample<kCurrents, kLineToLine>(sums, ch, ref, n, 1.0);
 }
 
 // Samples first .. last of one phase, for one combination of channels, so
