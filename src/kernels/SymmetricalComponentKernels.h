@@ -31,6 +31,9 @@ TARNEL_HD double2 widen(float2 v) {
 struct kernelSymmetricalComponents {
     static constexpr bool isReduction = true;
     static constexpr int fieldCount = 3;
+    // Three spectra and some twenty operations per bin: about three times the
+    // work of one sample of a waveform kernel, which a CPU launch weighs.
+    static constexpr int workPerIndex = 3;
     int n;
     const float2* spectrum;
     double* sums;
