@@ -8,13 +8,16 @@
 // a caller that waited for the helpers' shares would lose that time on every
 // launch, whereas here it only waits for chunks a helper has already begun.
 //
-// Helpers sleep between launches: a helper that kept polling would take a
-// core from the application's own threads (reading recordings, period
-// values), and a hypervisor deschedules virtual processors that spin.
+// Between launches a helper polls for the next one for a short while (the
+// spectral launches of a block follow each other within microseconds), then
+// sleeps: a helper that kept polling would take a core from the application's
+// own threads (reading recordings, period values), and a hypervisor
+// deschedules virtual processors that spin.
 #pragma once
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
@@ -25,6 +28,9 @@
 #endif
 
 namespace tarnel {
+
+// How long a helper polls for the next launch before it sleeps.
+constexpr std::chrono::microseconds kHelperPollTime{20};
 
 class CpuKernelPool {
   public:
@@ -100,8 +106,16 @@ class CpuKernelPool {
         }
     }
 
-    // Sleeps until the generation moves past `seen`.
+    // Waits until the generation moves past `seen`: polls for up to
+    // kHelperPollTime, then sleeps.
     unsigned long long awaitGeneration(unsigned long long seen) {
+        const auto pollUntil = std::chrono::steady_clock::now() + kHelperPollTime;
+        for (unsigned spins = 1;; ++spins) {
+            const unsigned long long now = generation.load(std::memory_order_acquire);
+            if (now != seen) return now;
+            pause();
+            if (spins % 16 == 0 && std::chrono::steady_clock::now() > pollUntil) break;
+        }
         std::unique_lock<std::mutex> lock(mutex);
         sleeping.fetch_add(1, std::memory_order_seq_cst);
         wake.wait(lock, [&] { return generation.load(std::memory_order_seq_cst) != seen; });
