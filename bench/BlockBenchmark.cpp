@@ -15,9 +15,11 @@
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -210,26 +212,43 @@ void BM_BlockCuda(benchmark::State& state) {
 
 // The batched transforms of one block alone, planned as the CPU backend plans
 // them: 9 x real-to-complex 16384, input stride N, output stride N/2+1.
-void BM_FftwAlone(benchmark::State& state) {
-    const int bins = kFftLength / 2 + 1;
-    float* in = fftwf_alloc_real(static_cast<size_t>(kFftLength) * kChannels);
-    fftwf_complex* out = fftwf_alloc_complex(static_cast<size_t>(bins) * kChannels);
-    const int n[1] = {kFftLength};
-    fftwf_plan plan =
-        fftwf_plan_many_dft_r2c(1, n, kChannels, in, nullptr, 1, kFftLength, out, nullptr, 1, bins, FFTW_MEASURE);
-    for (int c = 0; c < kChannels; ++c) {
-        for (int k = 0; k < kFftLength; ++k)
-            in[c * kFftLength + k] = k < static_cast<int>(kBlock)
-                                         ? static_cast<float>(std::sin(2.0 * M_PI * kFrequency * k / kSampleRate + c))
-                                         : 0.0f;
+class FftwBatch {
+  public:
+    FftwBatch() {
+        const int n[1] = {kFftLength};
+        plan =
+            fftwf_plan_many_dft_r2c(1, n, kChannels, in, nullptr, 1, kFftLength, out, nullptr, 1, kBins, FFTW_MEASURE);
+        for (int c = 0; c < kChannels; ++c) {
+            for (int k = 0; k < kFftLength; ++k)
+                in[c * kFftLength + k] =
+                    k < static_cast<int>(kBlock)
+                        ? static_cast<float>(std::sin(2.0 * M_PI * kFrequency * k / kSampleRate + c))
+                        : 0.0f;
+        }
     }
-    for (auto _ : state) {
+    ~FftwBatch() {
+        fftwf_destroy_plan(plan);
+        fftwf_free(in);
+        fftwf_free(out);
+    }
+    FftwBatch(const FftwBatch&) = delete;
+    FftwBatch& operator=(const FftwBatch&) = delete;
+
+    void run() {
         fftwf_execute(plan);
         benchmark::DoNotOptimize(out[1][0]);
     }
-    fftwf_destroy_plan(plan);
-    fftwf_free(in);
-    fftwf_free(out);
+
+  private:
+    static constexpr int kBins = kFftLength / 2 + 1;
+    float* in = fftwf_alloc_real(static_cast<size_t>(kFftLength) * kChannels);
+    fftwf_complex* out = fftwf_alloc_complex(static_cast<size_t>(kBins) * kChannels);
+    fftwf_plan plan = nullptr;
+};
+
+void BM_FftwAlone(benchmark::State& state) {
+    FftwBatch batch;
+    for (auto _ : state) batch.run();
     setBlockCounters(state);
 }
 
@@ -300,6 +319,54 @@ void printSummary(const std::map<std::string, double>& medians) {
                     periods->second * 1e6, 100.0 * periods->second / block->second);
 }
 
+// Ratios from paired rounds: each round times a run of blocks, a run of
+// blocks with symmetrical components and Clarke on, and as many FFT batches
+// alone, one right after the other, so that all three see the same state of
+// a shared machine; the medians of the rounds' ratios are printed with their
+// spread.
+void printPairedRatios(int rounds, int blocksPerRound) {
+    using Clock = std::chrono::steady_clock;
+    BlockHarness& plain = harnessFor(BackendKind::Cpu);
+    BlockHarness& threePhase = harnessFor(BackendKind::Cpu, Extras::ThreePhase);
+    FftwBatch batch;
+    auto secondsPer = [blocksPerRound](const std::function<void()>& step) {
+        const auto begin = Clock::now();
+        for (int k = 0; k < blocksPerRound; ++k) step();
+        return std::chrono::duration<double>(Clock::now() - begin).count() / blocksPerRound;
+    };
+    auto blocksOf = [&secondsPer](BlockHarness& harness) {
+        const double seconds = secondsPer([&harness] { harness.step(); });
+        harness.drain();
+        return seconds;
+    };
+    std::vector<double> blocks, ffts, blockRatios, extraRatios;
+    for (int round = 0; round < rounds; ++round) {
+        const double block = blocksOf(plain), extras = blocksOf(threePhase);
+        const double fft = secondsPer([&batch] { batch.run(); });
+        blocks.push_back(block);
+        ffts.push_back(fft);
+        blockRatios.push_back(block / fft);
+        extraRatios.push_back(extras / block);
+    }
+    auto median = [](std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        return v[v.size() / 2];
+    };
+    auto spread = [](const std::vector<double>& v) { return std::minmax_element(v.begin(), v.end()); };
+    const auto [lowRatio, highRatio] = spread(blockRatios);
+    const auto [lowExtra, highExtra] = spread(extraRatios);
+    std::printf("  paired rounds (%d x %d blocks, the same with the three-phase extras, as many FFT batches alone):\n",
+                rounds, blocksPerRound);
+    std::printf(
+        "    block %.1f us, FFTs alone %.1f us (medians); block / FFTs alone = %.2f (median of the rounds;"
+        " lowest %.2f, highest %.2f)\n",
+        median(blocks) * 1e6, median(ffts) * 1e6, median(blockRatios), *lowRatio, *highRatio);
+    std::printf(
+        "    symmetrical components and Clarke on: %+.1f %% per block (median of the rounds; lowest %+.1f %%,"
+        " highest %+.1f %%)\n",
+        100.0 * (median(extraRatios) - 1.0), 100.0 * (*lowExtra - 1.0), 100.0 * (*highExtra - 1.0));
+}
+
 // The repetitions of the benchmarks run in random interleaved order unless
 // the command line says otherwise, so that a slow spell of a shared machine
 // spreads over all of them instead of falling on one.
@@ -330,6 +397,7 @@ int main(int argc, char** argv) {
     MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     printSummary(reporter.medianSeconds);
+    printPairedRatios(15, 400);
     benchmark::Shutdown();
     return 0;
 }
