@@ -47,7 +47,7 @@ class FftwPlan final : public FftPlan {
     ~FftwPlan() override { destroy(); }
 
     int execute(const float* input, float2* output, DeviceStream stream) override {
-        if (plan == nullptr) return 1;  // "Invalid plan"
+        if (plan == nullptr && channelPlans.empty()) return 1;  // "Invalid plan"
         auto cpuStream = streamOf(stream);
         if (cpuStream == nullptr) return kFftInvalidValue;
         cpuStream->enqueue([this, input, output] { transform(input, output); });
@@ -83,7 +83,7 @@ class FftwPlan final : public FftPlan {
     }
 
     // The whole batch: channel by channel, shared with the CPU kernel pool's
-    // helpers, when the plan has a plan per channel; in one call otherwise.
+    // helpers, when the plan has a plan per channel; in one batched call otherwise.
     // Both arrays have the alignment of the scratch arrays the plans were made
     // with, and so have the channels' offsets.
     void execute(float* in, fftwf_complex* out) {
@@ -120,36 +120,35 @@ int createFftwPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool
         fftwf_free(out);
         return kFftAlloc;
     }
-    fftwf_plan plan = nullptr;
-    {
-        std::lock_guard<std::mutex> lock(plannerMutex());
-        const int n[1] = {length};
-        plan = fftwf_plan_many_dft_r2c(1, n, batch, in, nullptr, 1, length, out, nullptr, 1, bins,
-                                       measure ? FFTW_MEASURE : FFTW_ESTIMATE);
-    }
-    if (plan == nullptr) {
-        fftwf_free(in);
-        fftwf_free(out);
-        return kFftSetupFailed;
-    }
-    // Batches of several large transforms are also planned channel by
-    // channel, each at its own offset (which fixes its SIMD alignment), so
-    // that the CPU kernel pool's threads can share a block's transforms.
+    const int n[1] = {length};
+    const unsigned rigour = measure ? FFTW_MEASURE : FFTW_ESTIMATE;
+    std::lock_guard<std::mutex> lock(plannerMutex());
+    // Batches of several large transforms are planned channel by channel,
+    // each at its own offset (which fixes its SIMD alignment), so that the
+    // CPU kernel pool's threads can share a block's transforms; other
+    // batches, or where a channel cannot be planned, as one batched plan.
     std::vector<fftwf_plan> channelPlans;
     if (batch > 1 && CpuKernelPool::instance().hasHelpers() &&
         static_cast<long>(length) * batch * kFftWorkPerSample >= kCpuSharedLaunchWork) {
-        std::lock_guard<std::mutex> lock(plannerMutex());
-        const int n[1] = {length};
         for (int c = 0; c < batch; ++c) {
-            fftwf_plan channelPlan = fftwf_plan_many_dft_r2c(1, n, 1, in + static_cast<size_t>(c) * length, nullptr, 1,
-                                                             length, out + static_cast<size_t>(c) * bins, nullptr, 1,
-                                                             bins, measure ? FFTW_MEASURE : FFTW_ESTIMATE);
+            fftwf_plan channelPlan =
+                fftwf_plan_many_dft_r2c(1, n, 1, in + static_cast<size_t>(c) * length, nullptr, 1, length,
+                                        out + static_cast<size_t>(c) * bins, nullptr, 1, bins, rigour);
             if (channelPlan == nullptr) {
                 for (fftwf_plan made : channelPlans) fftwf_destroy_plan(made);
                 channelPlans.clear();
                 break;
             }
             channelPlans.push_back(channelPlan);
+        }
+    }
+    fftwf_plan plan = nullptr;
+    if (channelPlans.empty()) {
+        plan = fftwf_plan_many_dft_r2c(1, n, batch, in, nullptr, 1, length, out, nullptr, 1, bins, rigour);
+        if (plan == nullptr) {
+            fftwf_free(in);
+            fftwf_free(out);
+            return kFftSetupFailed;
         }
     }
     *result = std::make_unique<FftwPlan>(plan, std::move(channelPlans), length, batch, in, out, streamOf);
