@@ -26,6 +26,7 @@ struct Options {
     unsigned short overlap = 0;
     bool periodValues = true;
     int rvcSteadyLength = 100;
+    bool reset = true;
 };
 
 // A module fed with u_p = √2·U·sin(2π·50·(r − crossing)/fs − p·120°) and a
@@ -49,7 +50,7 @@ class Rig {
         module.setRvcSteadyStateLength(o.rvcSteadyLength);
         module.setNominalVoltage(230.0);
         module.endUpdate();
-        module.reset(start);
+        if (o.reset) module.reset(start);
     }
 
     // Writes, calculates and collects `blocks` blocks, scheduling period values in `mode`.
@@ -131,13 +132,11 @@ class Rig {
     std::vector<Call> calls;
 };
 
-double timeTolerance(double time) { return 1e-9 + 1e-15 * time; }
-
 // One full-period value of the closed-form signal on every phase, in record 0 and in the sequence components.
 void expectSineValue(const std::vector<PowerResultsPeriod>& v, double time) {
     const double p1 = 2300.0 * kCos30, q1 = 1150.0;
     for (const PowerResultsPeriod& r : v) {
-        EXPECT_NEAR(r.time, time, timeTolerance(time));
+        EXPECT_NEAR(r.time, time, 1e-9 + 1e-15 * time);
         EXPECT_NEAR(r.frequency, 50.0, 1e-6);
         EXPECT_NEAR(r.rmsU, 230.0, 1e-3);
         EXPECT_NEAR(r.fundamentalU, 230.0, 1e-3);
@@ -170,12 +169,10 @@ void expectSineValue(const std::vector<PowerResultsPeriod>& v, double time) {
     EXPECT_NEAR(v[2].symmetricalComponent.voltageMagnitude, 0.0, 1e-3);
 }
 
-double blockValueTime(const Rig& rig, size_t n, double periods) {
-    return (static_cast<double>(rig.start) + 200.0 * periods * static_cast<double>(n + 1)) / kFs;
-}
-
-double crossingValueTime(const Rig& rig, size_t n) {
-    return (static_cast<double>(rig.start) + rig.crossing + 200.0 * static_cast<double>(n + 1) + 0.5) / kFs;
+// The time of full-period value n: the end of its period, from crossings half a sample later.
+double valueTime(const Rig& rig, size_t n, Mode mode = Mode::Blocks) {
+    const double offset = mode == Mode::Blocks ? 0.0 : rig.crossing + 0.5;
+    return (static_cast<double>(rig.start) + offset + 200.0 * static_cast<double>(n + 1)) / kFs;
 }
 
 }  // namespace
@@ -208,16 +205,12 @@ TEST(PeriodValuesTest, BothModesGiveClosedFormValuesAtAnyStartIndex) {
                     for (const PowerResultsPeriod& r : rig.values[n]) EXPECT_FALSE(r.valid);
                     continue;
                 }
-                expectSineValue(rig.values[n],
-                                mode == Mode::Blocks ? blockValueTime(rig, n, 1.0) : crossingValueTime(rig, n));
-                for (size_t p = 0; p < 4; ++p) {
-                    const PowerResultsPeriod &a = rig.values[n][p], &b = reference[n][p];
-                    EXPECT_NEAR(a.frequency, b.frequency, 1e-9);
-                    EXPECT_NEAR(a.rmsU, b.rmsU, 1e-9);
-                    EXPECT_NEAR(a.fundamentalU, b.fundamentalU, 1e-9);
-                    EXPECT_NEAR(a.fundamentalReactivePower, b.fundamentalReactivePower, 1e-9);
-                    EXPECT_NEAR(a.activePower, b.activePower, 1e-9);
-                }
+                expectSineValue(rig.values[n], valueTime(rig, n, mode));
+                for (size_t p = 0; p < 4; ++p)
+                    for (double PowerResultsPeriod::*f :
+                         {&PowerResultsPeriod::frequency, &PowerResultsPeriod::rmsU, &PowerResultsPeriod::fundamentalU,
+                          &PowerResultsPeriod::fundamentalReactivePower, &PowerResultsPeriod::activePower})
+                        EXPECT_NEAR(rig.values[n][p].*f, reference[n][p].*f, 1e-9);
             }
         }
     }
@@ -326,37 +319,19 @@ TEST(PeriodValuesTest, RapidVoltageChangeOfThreePercentIsReported) {
     EXPECT_TRUE(rig.values[24][0].rvc.eventDetected);
 }
 
-TEST(PeriodValuesTest, RecordZeroCarriesValidityAndCopiesASinglePhase) {
+// Validity reaches every record, the results ring wraps with `more`, and record 0 copies a single phase.
+TEST(PeriodValuesTest, ValidityRingWrapAndSinglePhaseRecordZero) {
     Rig rig({}, 0);
     rig.valid = [](int block) { return block != 2; };
-    rig.run(4, Mode::Blocks);
-    ASSERT_GE(rig.values.size(), 38u);
-    for (size_t n = 0; n < rig.values.size(); ++n) {
-        if (n == 19 || n == 30) continue;  // may take a vanishing share of the invalid block's edge sample
-        for (const PowerResultsPeriod& r : rig.values[n]) EXPECT_EQ(r.valid, n < 20 || n > 29) << n;
-    }
-    Rig single({SinglePhase}, 0);
-    single.run(1, Mode::Blocks);
-    ASSERT_GE(single.values.size(), 9u);
-    for (const auto& v : single.values) {
-        ASSERT_EQ(v.size(), 2u);
-        EXPECT_EQ(v[0].rmsU, v[1].rmsU);
-        EXPECT_EQ(v[0].activePower, v[1].activePower);
-        EXPECT_EQ(v[0].fundamentalPhaseAngle, v[1].fundamentalPhaseAngle);
-        EXPECT_EQ(v[0].dip.time, v[1].dip.time);
-    }
-    expectSineValue(single.values[3], blockValueTime(single, 3, 1.0));
-}
-
-TEST(PeriodValuesTest, ResultsRingWrapsWithMore) {
-    Rig rig({}, 0);
-    const PowerBuffers& buffers = rig.module.implementation()->getBuffers();
-    const size_t ring = buffers.getPeriodResultsBufferLength();
+    const size_t ring = rig.module.implementation()->getBuffers().getPeriodResultsBufferLength();
     ASSERT_GE(ring, 110u);
     rig.run(12, Mode::Blocks);
     ASSERT_GT(rig.values.size(), ring);
-    for (size_t n = 0; n < rig.values.size(); ++n)
-        EXPECT_NEAR(rig.values[n][0].time, blockValueTime(rig, n, 1.0), 1e-9);
+    for (size_t n = 0; n < rig.values.size(); ++n) {
+        EXPECT_NEAR(rig.values[n][0].time, valueTime(rig, n), 1e-9);
+        if (n == 19 || n == 30) continue;  // may take a vanishing share of the invalid block's edge sample
+        for (const PowerResultsPeriod& r : rig.values[n]) EXPECT_EQ(r.valid, n < 20 || n > 29) << n;
+    }
     // Value 0 lies at the ring's start.
     ASSERT_GT(rig.calls.front().count, 0);
     const PowerResultsPeriod* base = rig.calls.front().results;
@@ -368,6 +343,18 @@ TEST(PeriodValuesTest, ResultsRingWrapsWithMore) {
         EXPECT_EQ(rig.calls[c + 1].results, base);
     }
     EXPECT_EQ(wraps, 1);
+
+    Rig single({SinglePhase}, 0);
+    single.run(1, Mode::Blocks);
+    ASSERT_GE(single.values.size(), 9u);
+    for (const auto& v : single.values) {
+        ASSERT_EQ(v.size(), 2u);
+        EXPECT_EQ(v[0].rmsU, v[1].rmsU);
+        EXPECT_EQ(v[0].activePower, v[1].activePower);
+        EXPECT_EQ(v[0].fundamentalPhaseAngle, v[1].fundamentalPhaseAngle);
+        EXPECT_EQ(v[0].dip.time, v[1].dip.time);
+    }
+    expectSineValue(single.values[3], valueTime(single, 3));
 }
 
 TEST(PeriodValuesTest, SchedulingRefusesBadInputAndChangesNothing) {
@@ -416,17 +403,13 @@ TEST(PeriodValuesTest, SchedulingRefusesBadInputAndChangesNothing) {
     EXPECT_THROW(crossings.module.scheduleForPeriodCalculation(1, firsts, lengths, frequencies, valid),
                  std::invalid_argument);
 
-    PowerModule unset{BackendKind::Cpu};
-    unset.beginUpdate();
-    unset.setSampleRate(kFs, 1);
-    unset.setBufferLength(kRing);
-    unset.setPeriodValuesEnabled(true);
-    unset.endUpdate();
-    EXPECT_THROW(unset.scheduleForPeriodCalculationFromZeroCrossing({first}), std::invalid_argument);  // no reset
-    unset.reset(0);
-    unset.beginUpdate();
-    unset.setSampleRate(kFs, 0);
-    EXPECT_THROW(unset.scheduleForPeriodCalculationFromZeroCrossing({first}), std::invalid_argument);
-    unset.setSampleRate(kFs, 1);
-    unset.endUpdate();
+    Rig unset({ThreePhaseStarThreeCurrents, 2, 0, true, 100, false}, 0);
+    EXPECT_THROW(unset.module.scheduleForPeriodCalculationFromZeroCrossing({first}),
+                 std::invalid_argument);  // no reset
+    unset.module.reset(0);
+    unset.module.beginUpdate();
+    unset.module.setSampleRate(kFs, 0);
+    EXPECT_THROW(unset.module.scheduleForPeriodCalculationFromZeroCrossing({first}), std::invalid_argument);
+    unset.module.setSampleRate(kFs, 1);
+    unset.module.endUpdate();
 }

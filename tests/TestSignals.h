@@ -59,6 +59,14 @@ inline Waveform randomWaveform(std::mt19937& random, double amplitude, int highe
     return w;
 }
 
+// The channels a module's grid expects from the caller: measured voltages in
+// their measured form (phase-to-neutral for star grids, line-to-line for delta
+// grids) and measured currents.
+struct MeasuredSignals {
+    std::vector<Waveform> voltages;
+    std::vector<Waveform> currents;
+};
+
 // The wiring of each grid type, written out here so that tests do not read the
 // library's own table.
 struct Wiring {
@@ -68,6 +76,15 @@ struct Wiring {
 constexpr Wiring kWiring[8] = {{1, 1, 1, 0, false, false}, {3, 3, 3, 3, false, false}, {3, 3, 2, 3, false, true},
                                {3, 3, 3, 3, true, false},  {3, 3, 2, 3, true, true},   {2, 2, 2, 1, false, false},
                                {3, 2, 2, 3, true, true},   {1, 1, 1, 0, false, false}};
+
+// Random measured channels (see randomWaveform) for every input of `grid`.
+inline MeasuredSignals randomSignals(PowerGridConfigType grid, unsigned seed) {
+    std::mt19937 random(seed);
+    MeasuredSignals m;
+    for (int c = 0; c < kWiring[grid].voltages; ++c) m.voltages.push_back(randomWaveform(random, 325.0, 15));
+    for (int c = 0; c < kWiring[grid].currents; ++c) m.currents.push_back(randomWaveform(random, 10.0, 15));
+    return m;
+}
 
 // Settings of a test module; configure() applies them in one update.
 struct ModuleSettings {
@@ -168,14 +185,6 @@ inline std::vector<double> readRing(const float* ring, size_t ringLength, uint64
     return block;
 }
 
-// The channels a module's grid expects from the caller: measured voltages in
-// their measured form (phase-to-neutral for star grids, line-to-line for delta
-// grids) and measured currents.
-struct MeasuredSignals {
-    std::vector<Waveform> voltages;
-    std::vector<Waveform> currents;
-};
-
 // Writes every measured channel for samples first … first + count − 1 into the
 // module's input rings and reports them with writeSamples (count ≤ ring length).
 // It first waits for the device, since earlier uploads may still read ring
@@ -208,6 +217,14 @@ inline std::vector<Waveform> balancedPhases(const Waveform& w, int phases) {
         result.push_back(shifted);
     }
     return result;
+}
+
+// An angle in degrees brought into (−180°, 180°].
+inline double wrapDegrees(double x) {
+    x = std::fmod(x, 360.0);
+    if (x <= -180.0) x += 360.0;
+    if (x > 180.0) x -= 360.0;
+    return x;
 }
 
 // The line-to-line waveform u_a − u_b of two phase waveforms.

@@ -40,9 +40,13 @@ Phasors fromSequences(Complex zero, Complex positive, Complex negative) {
             zero + kA * positive + kA * kA * negative};
 }
 
-Phasors balanced(double rms, double degrees) {
-    return {polar(rms, degrees), polar(rms, degrees - 120.0), polar(rms, degrees + 120.0)};
+// Three equal phasors `step` degrees apart: a positive (-120), negative (120) or zero (0) sequence set.
+Phasors balanced(double rms, double degrees, double step = -120.0) {
+    return {polar(rms, degrees), polar(rms, degrees + step), polar(rms, degrees - step)};
 }
+
+// The electrical angle wt - 90 degrees of a single pole pair turning with the voltages.
+double synchronousAngle(unsigned k) { return std::remainder(kOmega * k - kPi / 2, 2 * kPi); }
 
 // The module measures all angles from the fundamental of the first voltage.
 Phasors relativeTo(const Phasors& v, Complex reference) {
@@ -59,13 +63,9 @@ std::vector<Waveform> sines(const Phasors& p) {
 
 // A module of `grid` at 6400 Hz; `extra` turns on what a test looks at.
 struct Module : Fixture {
-    explicit Module(PowerGridConfigType grid, const std::function<void(PowerModule&)>& extra = {})
-        : Fixture(settingsFor(grid), BackendKind::Cpu, extra) {}
-    static ModuleSettings settingsFor(PowerGridConfigType grid) {
-        ModuleSettings s;
-        s.grid = grid;
-        return s;
-    }
+    explicit Module(const std::function<void(PowerModule&)>& extra,
+                    PowerGridConfigType grid = ThreePhaseStarThreeCurrents)
+        : Fixture(ModuleSettings{grid}, BackendKind::Cpu, extra) {}
 
     // The mechanical angle, if used, must be written before the phases.
     void writeMechanicalAngle(const std::function<double(unsigned)>& angle) const {
@@ -83,15 +83,13 @@ struct Module : Fixture {
         EXPECT_EQ(results.size(), 1u);
         return results.empty() ? PowerResultsGeneral{} : results[0];
     }
-
-    const float* buffer(void (PowerModule::*getter)(unsigned char, float**) const, unsigned char slot) const {
-        return waveformBuffer(module, getter, slot);
-    }
 };
 
 void enableSymmetricalComponents(PowerModule& m) { m.setSymmetricalComponentsEnabled(true); }
-
-Complex value(const ComplexDouble& c) { return {c.x, c.y}; }
+void enablePark(PowerModule& m) {
+    m.setParkTransformEnabled(true);
+    m.setClarkeOrParkVoltagesEnabled(true);
+}
 
 void expectPhasor(const ComplexDouble& actual, Complex expected, double tolerance, const char* what) {
     EXPECT_NEAR(actual.x, expected.real(), tolerance) << what;
@@ -111,23 +109,14 @@ std::array<double, 3> parkOf(const Phasors& c) {
 
 // A pure positive, negative or zero sequence set lands in its own component only.
 TEST(ThreePhaseSymmetricalComponentsTest, PureSequenceSetsFillOnlyTheirComponent) {
-    struct Case {
-        const char* name;
-        Phasors voltages;
-        int component;
-    };
-    const Case cases[] = {
-        {"positive", balanced(230.0, 0.0), 1},
-        {"negative", {polar(230.0, 0.0), polar(230.0, 120.0), polar(230.0, -120.0)}, 2},
-        {"zero", {polar(230.0, 0.0), polar(230.0, 0.0), polar(230.0, 0.0)}, 0},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Module m(ThreePhaseStarThreeCurrents, enableSymmetricalComponents);
-        const PowerResultsGeneral r = m.calculate(c.voltages, balanced(10.0, -30.0));
+    const double steps[] = {0.0, -120.0, 120.0};  // phase steps of a zero, positive and negative sequence set
+    for (int component = 0; component < 3; ++component) {
+        SCOPED_TRACE(component);
+        Module m(enableSymmetricalComponents);
+        const PowerResultsGeneral r = m.calculate(balanced(230.0, 0.0, steps[component]), balanced(10.0, -30.0));
         for (int k = 0; k < 3; ++k) {
             const PowerResultsSymmetricalComponent& s = r.symmetricalComponents[k];
-            if (k == c.component) {
+            if (k == component) {
                 // Phase L1 is the angle reference, so the only component is 230 + 0j.
                 expectPhasor(s.voltage, Complex(230.0, 0.0), 0.05, "voltage");
                 EXPECT_NEAR(s.voltageMagnitude, 230.0, 0.05);
@@ -141,7 +130,7 @@ TEST(ThreePhaseSymmetricalComponentsTest, PureSequenceSetsFillOnlyTheirComponent
                 EXPECT_LT(s.voltageAllBins, 1e-3 * 230.0) << "component " << k;
             }
         }
-        if (c.component == 1) {
+        if (component == 1) {
             EXPECT_DOUBLE_EQ(r.symmetricalComponents[1].voltageRatio, 100.0);
             EXPECT_DOUBLE_EQ(r.symmetricalComponents[1].voltageAllBinsRatio, 100.0);
             EXPECT_LT(r.symmetricalComponents[0].voltageRatio, 1e-3);
@@ -158,7 +147,7 @@ TEST(ThreePhaseSymmetricalComponentsTest, SequencePowersAndCurrents) {
     const Phasors v = fromSequences(vSeq[0], vSeq[1], vSeq[2]);
     const Phasors i = fromSequences(iSeq[0], iSeq[1], iSeq[2]);
 
-    Module m(ThreePhaseStarThreeCurrents, enableSymmetricalComponents);
+    Module m(enableSymmetricalComponents);
     const PowerResultsGeneral r = m.calculate(v, i);
 
     // The module's phasors are turned so that phase L1's voltage lies at 0 degrees.
@@ -192,7 +181,7 @@ TEST(ThreePhaseSymmetricalComponentsTest, SequencePowersAndCurrents) {
 TEST(ThreePhaseClarkeParkTest, ClarkeOfBalancedSetPhasorsAndWaveforms) {
     const Phasors v = balanced(230.0, 0.0);
     const Phasors i = balanced(10.0, -30.0);
-    Module m(ThreePhaseStarThreeCurrents, [](PowerModule& p) {
+    Module m([](PowerModule& p) {
         p.setClarkeTransformEnabled(true);
         p.setClarkeOrParkVoltagesEnabled(true);
         p.setClarkeOrParkCurrentsEnabled(true);
@@ -213,12 +202,12 @@ TEST(ThreePhaseClarkeParkTest, ClarkeOfBalancedSetPhasorsAndWaveforms) {
     }
 
     const float* u[3];
-    for (unsigned char p = 0; p < 3; ++p) u[p] = m.buffer(&PowerModule::getWaveformBufferUInput, p);
-    const float* alpha = m.buffer(&PowerModule::getWaveformBufferClarkeU, 0);
-    const float* beta = m.buffer(&PowerModule::getWaveformBufferClarkeU, 1);
-    const float* zero = m.buffer(&PowerModule::getWaveformBufferClarkeU, 2);
-    const float* alphaI = m.buffer(&PowerModule::getWaveformBufferClarkeI, 0);
-    const float* i0 = m.buffer(&PowerModule::getWaveformBufferI, 0);
+    for (unsigned char p = 0; p < 3; ++p) u[p] = waveformBuffer(m.module, &PowerModule::getWaveformBufferUInput, p);
+    const float* alpha = waveformBuffer(m.module, &PowerModule::getWaveformBufferClarkeU, 0);
+    const float* beta = waveformBuffer(m.module, &PowerModule::getWaveformBufferClarkeU, 1);
+    const float* zero = waveformBuffer(m.module, &PowerModule::getWaveformBufferClarkeU, 2);
+    const float* alphaI = waveformBuffer(m.module, &PowerModule::getWaveformBufferClarkeI, 0);
+    const float* i0 = waveformBuffer(m.module, &PowerModule::getWaveformBufferI, 0);
     ASSERT_TRUE(alpha != nullptr && beta != nullptr && zero != nullptr && alphaI != nullptr && i0 != nullptr);
     int mismatches = 0;
     for (unsigned k = 0; k < kBlock; ++k) {
@@ -232,30 +221,32 @@ TEST(ThreePhaseClarkeParkTest, ClarkeOfBalancedSetPhasorsAndWaveforms) {
     EXPECT_NEAR(beta[0], -230.0 * std::sqrt(2.0), 1e-3);
 }
 
-// Without a mechanical angle the Park values come from the Clarke phasors.
+// Without a mechanical angle the Park values come from the Clarke phasors;
+// turning the angle on without a rebuild leaves no ring for it.
 TEST(ThreePhaseClarkeParkTest, ParkFromPhasorsWithoutMechanicalAngle) {
-    struct Case {
-        const char* name;
-        Phasors voltages;
-    };
-    const Case cases[] = {
-        {"positive sequence", balanced(230.0, 0.0)},
-        {"negative sequence", {polar(230.0, 0.0), polar(230.0, 120.0), polar(230.0, -120.0)}},
-        {"unbalanced", {polar(230.0, 0.0), polar(200.0, -115.0), polar(240.0, 125.0)}},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        Module m(ThreePhaseStarThreeCurrents, [](PowerModule& p) {
-            p.setParkTransformEnabled(true);
-            p.setClarkeOrParkVoltagesEnabled(true);
-        });
-        const PowerResultsGeneral r = m.calculate(c.voltages, balanced(10.0, 0.0));
-        const std::array<double, 3> expected = parkOf(clarkeOf(c.voltages));
+    const Phasors unbalanced = {polar(230.0, 0.0), polar(200.0, -115.0), polar(240.0, 125.0)};
+    for (const Phasors& u : {balanced(230.0, 0.0), balanced(230.0, 0.0, 120.0), unbalanced}) {
+        Module m(enablePark);
+        const PowerResultsGeneral r = m.calculate(u, balanced(10.0, 0.0));
+        const std::array<double, 3> expected = parkOf(clarkeOf(u));
         for (int k = 0; k < 3; ++k) {
             EXPECT_NEAR(r.parkU[k], expected[k], 0.05) << k;
             EXPECT_EQ(r.clarkeU[k].x, 0.0);  // Clarke is off
         }
     }
+
+    Module m(enablePark);
+    writeMeasured(m.module, MeasuredSignals{sines(balanced(230.0, 0.0)), sines(balanced(10.0, 0.0))}, 0, kBlock, 50.0);
+    m.module.setMechanicalAngleUsed(true);
+    m.module.setPolePairs(1);
+    EXPECT_THROW(m.module.scheduleForCalculation(0, kBlock, 50.0), std::logic_error);
+    // A rebuild adds the ring and the same request is accepted.
+    m.module.beginUpdate();
+    m.module.endUpdate();
+    m.module.reset(0);
+    m.writeMechanicalAngle(synchronousAngle);
+    const PowerResultsGeneral r = m.calculate(balanced(230.0, 0.0), balanced(10.0, 0.0));
+    EXPECT_NEAR(r.parkU[0], 230.0 * std::sqrt(2.0), 2e-3);
 }
 
 // A measured angle turning with the voltages freezes them into constant d, q.
@@ -270,16 +261,16 @@ TEST(ThreePhaseClarkeParkTest, ParkWithSynchronousMechanicalAngle) {
     // Both give the electrical angle theta = wt - 90 degrees, for which the
     // sine set of phasor A e^(j psi) has d + jq = sqrt(2) A e^(j psi).
     const Case cases[] = {
-        {"one pole pair", 1, 0.0, [](unsigned k) { return std::remainder(kOmega * k - kPi / 2, 2 * kPi); }, true},
+        {"one pole pair", 1, 0.0, synchronousAngle, true},
         {"two pole pairs and offset", 2, 90.0, [](unsigned k) { return std::remainder(kOmega * k, 4 * kPi) / 2; },
          true},
-        {"currents only", 1, 0.0, [](unsigned k) { return std::remainder(kOmega * k - kPi / 2, 2 * kPi); }, false},
+        {"currents only", 1, 0.0, synchronousAngle, false},
     };
     const Phasors v = balanced(230.0, 0.0);
     const Phasors i = balanced(10.0, -30.0);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        Module m(ThreePhaseStarThreeCurrents, [&](PowerModule& p) {
+        Module m([&](PowerModule& p) {
             p.setMechanicalAngleUsed(true);
             p.setParkTransformEnabled(true);
             p.setClarkeOrParkVoltagesEnabled(c.voltages);
@@ -305,10 +296,10 @@ TEST(ThreePhaseClarkeParkTest, ParkWithSynchronousMechanicalAngle) {
         EXPECT_NEAR(r.parkU[1], 0.0, 2e-3);
         EXPECT_EQ(r.parkU[2], 0.0);
 
-        const float* d = m.buffer(&PowerModule::getWaveformBufferParkU, 0);
-        const float* q = m.buffer(&PowerModule::getWaveformBufferParkU, 1);
-        const float* third = m.buffer(&PowerModule::getWaveformBufferParkU, 2);
-        const float* dI = m.buffer(&PowerModule::getWaveformBufferParkI, 0);
+        const float* d = waveformBuffer(m.module, &PowerModule::getWaveformBufferParkU, 0);
+        const float* q = waveformBuffer(m.module, &PowerModule::getWaveformBufferParkU, 1);
+        const float* third = waveformBuffer(m.module, &PowerModule::getWaveformBufferParkU, 2);
+        const float* dI = waveformBuffer(m.module, &PowerModule::getWaveformBufferParkI, 0);
         ASSERT_TRUE(d != nullptr && q != nullptr && third != nullptr && dI != nullptr);
         double dSum = 0.0, qSum = 0.0;
         int outliers = 0;
@@ -328,7 +319,7 @@ TEST(ThreePhaseClarkeParkTest, ParkWithSynchronousMechanicalAngle) {
 
 // Clarke and Park settings need three phases; a single phase yields none.
 TEST(ThreePhaseClarkeParkTest, SinglePhaseGridYieldsNoTransforms) {
-    Module m(SinglePhase, [](PowerModule& p) {
+    const auto enableAll = [](PowerModule& p) {
         p.setMechanicalAngleUsed(true);
         p.setClarkeTransformEnabled(true);
         p.setParkTransformEnabled(true);
@@ -336,35 +327,16 @@ TEST(ThreePhaseClarkeParkTest, SinglePhaseGridYieldsNoTransforms) {
         p.setClarkeOrParkCurrentsEnabled(true);
         p.setClarkeOrParkWaveformsEnabled(true);
         p.setSymmetricalComponentsEnabled(true);
-    });
+    };
+    Module m(enableAll, SinglePhase);
     PowerResultsGeneral r{};
     ASSERT_NO_THROW(r = m.calculate(balanced(230.0, 0.0), balanced(10.0, 0.0)));
     EXPECT_NEAR(r.phases[0].rmsU, 230.0, 1e-2);  // the block itself was computed
     for (int k = 0; k < 3; ++k) {
-        EXPECT_EQ(value(r.clarkeU[k]), Complex(0.0, 0.0));
-        EXPECT_EQ(value(r.clarkeI[k]), Complex(0.0, 0.0));
+        expectPhasor(r.clarkeU[k], 0.0, 0.0, "clarkeU");
+        expectPhasor(r.clarkeI[k], 0.0, 0.0, "clarkeI");
         EXPECT_EQ(r.parkU[k], 0.0);
         EXPECT_EQ(r.parkI[k], 0.0);
         EXPECT_EQ(r.symmetricalComponents[k].voltageMagnitude, 0.0);
     }
-}
-
-// Turning the mechanical angle on without a rebuild leaves no ring for it.
-TEST(ThreePhaseClarkeParkTest, MechanicalAngleWithoutItsRingIsRefused) {
-    Module m(ThreePhaseStarThreeCurrents, [](PowerModule& p) {
-        p.setParkTransformEnabled(true);
-        p.setClarkeOrParkVoltagesEnabled(true);
-    });
-    writeMeasured(m.module, MeasuredSignals{sines(balanced(230.0, 0.0)), sines(balanced(10.0, 0.0))}, 0, kBlock, 50.0);
-    m.module.setMechanicalAngleUsed(true);
-    m.module.setPolePairs(1);
-    EXPECT_THROW(m.module.scheduleForCalculation(0, kBlock, 50.0), std::logic_error);
-
-    // A rebuild adds the ring and the same request is accepted.
-    m.module.beginUpdate();
-    m.module.endUpdate();
-    m.module.reset(0);
-    m.writeMechanicalAngle([](unsigned k) { return std::remainder(kOmega * k - kPi / 2, 2 * kPi); });
-    const PowerResultsGeneral r = m.calculate(balanced(230.0, 0.0), balanced(10.0, 0.0));
-    EXPECT_NEAR(r.parkU[0], 230.0 * std::sqrt(2.0), 2e-3);
 }

@@ -55,21 +55,22 @@ static const double kVoltageAmplitude[3] = {325.0, 320.0, 330.0};
 static const double kCurrentAmplitude[3] = {10.0, 12.0, 8.0};
 static const double kCurrentLag = 30.0 * PI / 180.0;
 
-static double phaseAngle(unsigned long long sample, int phase) {
-    return 2.0 * PI * kFrequency * (double)sample / kSampleRate - phase * 2.0 * PI / 3.0;
-}
-
-/* Writes samples [first, first + count) of every channel into the rings and
- * announces them. */
-static int writeSineSamples(PowerModuleHandle m, float* const u[3], float* const i[3], unsigned long long first,
-                            unsigned int count) {
-    for (unsigned long long s = first; s < first + count; ++s) {
+/* Writes two blocks from `first` into the rings, schedules both and waits:
+ * results must then be ready. */
+static void calculateTwoBlocks(PowerModuleHandle m, float* const u[3], float* const i[3], unsigned long long first) {
+    for (unsigned long long s = first; s < first + 2 * kBlockLength; ++s)
         for (int p = 0; p < 3; ++p) {
-            u[p][s % kRingLength] = (float)(kVoltageAmplitude[p] * sin(phaseAngle(s, p)));
-            i[p][s % kRingLength] = (float)(kCurrentAmplitude[p] * sin(phaseAngle(s, p) - kCurrentLag));
+            const double angle = 2.0 * PI * kFrequency * (double)s / kSampleRate - p * 2.0 * PI / 3.0;
+            u[p][s % kRingLength] = (float)(kVoltageAmplitude[p] * sin(angle));
+            i[p][s % kRingLength] = (float)(kCurrentAmplitude[p] * sin(angle - kCurrentLag));
         }
-    }
-    return writeSamples(m, count);
+    CHECK_STATUS(TARNEL_SUCCESS, writeSamples(m, 2 * kBlockLength));
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, first, kBlockLength, kFrequency));
+    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, first + kBlockLength, kBlockLength, kFrequency));
+    CHECK_STATUS(TARNEL_SUCCESS, syncCuda(m));
+    bool ready = false;
+    CHECK_STATUS(TARNEL_SUCCESS, isAnyResultReady(m, &ready));
+    CHECK(ready);
 }
 
 /* RMS values and active power of one block, which covers whole periods. */
@@ -99,14 +100,18 @@ static void beginMeasuredSystemUpdate(PowerModuleHandle m) {
     CHECK_STATUS(TARNEL_SUCCESS, setStaticFrequency(m, kFrequency, 0.1));
 }
 
-static void testHandlesAndCreation(void) {
-    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(NULL));
-    CHECK(powerModule_createWithBackend(3) == NULL);
-    CHECK(powerModule_createWithBackend(-1) == NULL);
-}
-
 typedef int (*BoolGetter)(PowerModuleHandle, bool*);
 typedef int (*BoolSetter)(PowerModuleHandle, bool);
+
+/* Every on/off setting, by the name its setter and getter share. */
+#define FLAG_SETTINGS(X)                                                                             \
+    X(ClarkeOrParkCurrentsEnabled), X(ClarkeOrParkVoltagesEnabled), X(ClarkeOrParkWaveformsEnabled), \
+        X(ClarkeTransformEnabled), X(CurrentEnabled), X(DipSwellEnabled), X(FullFftEnabled),         \
+        X(FundamentalPeriodValuesEnabled), X(InterHarmonicsEnabled), X(LineToLineResultsEnabled),    \
+        X(MechanicalAngleUsed), X(ParkTransformEnabled), X(PeriodSymmetricalComponentsEnabled),      \
+        X(PeriodValuesEnabled), X(RvcEnabled), X(SymmetricalComponentsEnabled), X(ThdEnabled), X(WaveformsEnabled)
+#define FLAG(Name) \
+    { set##Name, get##Name }
 
 /* Number settings with values that differ from every default and from each
  * other: all are set before any is read back, so that a setter or getter wired
@@ -139,8 +144,7 @@ typedef int (*BoolSetter)(PowerModuleHandle, bool);
 /* Each setter reaches the setting its getter reads and no other. */
 static void testSettingsRoundTrip(void) {
     PowerModuleHandle m = powerModule_createWithBackend(TARNEL_BACKEND_CPU);
-    CHECK(m != NULL);
-    if (m == NULL) return;
+    if (!CHECK(m != NULL)) return;
 
     /* Three phases, two voltages, two currents; symmetrical components need three phases. */
     CHECK_STATUS(TARNEL_SUCCESS, setGridConfigType(m, 6));
@@ -153,24 +157,7 @@ static void testSettingsRoundTrip(void) {
     static const struct {
         BoolSetter set;
         BoolGetter get;
-    } flags[] = {{setClarkeOrParkCurrentsEnabled, getClarkeOrParkCurrentsEnabled},
-                 {setClarkeOrParkVoltagesEnabled, getClarkeOrParkVoltagesEnabled},
-                 {setClarkeOrParkWaveformsEnabled, getClarkeOrParkWaveformsEnabled},
-                 {setClarkeTransformEnabled, getClarkeTransformEnabled},
-                 {setCurrentEnabled, getCurrentEnabled},
-                 {setDipSwellEnabled, getDipSwellEnabled},
-                 {setFullFftEnabled, getFullFftEnabled},
-                 {setFundamentalPeriodValuesEnabled, getFundamentalPeriodValuesEnabled},
-                 {setInterHarmonicsEnabled, getInterHarmonicsEnabled},
-                 {setLineToLineResultsEnabled, getLineToLineResultsEnabled},
-                 {setMechanicalAngleUsed, getMechanicalAngleUsed},
-                 {setParkTransformEnabled, getParkTransformEnabled},
-                 {setPeriodSymmetricalComponentsEnabled, getPeriodSymmetricalComponentsEnabled},
-                 {setPeriodValuesEnabled, getPeriodValuesEnabled},
-                 {setRvcEnabled, getRvcEnabled},
-                 {setSymmetricalComponentsEnabled, getSymmetricalComponentsEnabled},
-                 {setThdEnabled, getThdEnabled},
-                 {setWaveformsEnabled, getWaveformsEnabled}};
+    } flags[] = {FLAG_SETTINGS(FLAG)};
     enum { kFlags = sizeof flags / sizeof flags[0] };
     bool initial[kFlags] = {false};
     for (size_t n = 0; n < kFlags; ++n) CHECK_STATUS(TARNEL_SUCCESS, flags[n].get(m, &initial[n]));
@@ -182,8 +169,7 @@ static void testSettingsRoundTrip(void) {
             const bool expected = (k == n) != initial[k];
             bool value = !expected;
             CHECK_STATUS(TARNEL_SUCCESS, flags[k].get(m, &value));
-            if (value != expected) fprintf(stderr, "  flag %zu reads %d after flag %zu flipped\n", k, value, n);
-            CHECK(value == expected);
+            if (!CHECK(value == expected)) fprintf(stderr, "  flag %zu reads %d after flag %zu flipped\n", k, value, n);
         }
         CHECK_STATUS(TARNEL_SUCCESS, flags[n].set(m, initial[n]));
     }
@@ -204,8 +190,7 @@ static void testSettingsRoundTrip(void) {
 
 static void testMeasurementSession(void) {
     PowerModuleHandle m = powerModule_createWithBackend(TARNEL_BACKEND_CPU);
-    CHECK(m != NULL);
-    if (m == NULL) return;
+    if (!CHECK(m != NULL)) return;
     const int reportsBefore = reportCount;
 
     /* Refused calls end in status 1 and are not reported (checked at the end). */
@@ -224,8 +209,7 @@ static void testMeasurementSession(void) {
     for (unsigned char p = 0; p < 3; ++p) {
         CHECK_STATUS(TARNEL_SUCCESS, getWaveformBufferUInput(m, p, &u[p]));
         CHECK_STATUS(TARNEL_SUCCESS, getWaveformBufferI(m, p, &i[p]));
-        CHECK(u[p] != NULL && i[p] != NULL);
-        if (u[p] == NULL || i[p] == NULL) {
+        if (!CHECK(u[p] != NULL && i[p] != NULL)) {
             powerModule_destroy(m);
             return;
         }
@@ -236,13 +220,7 @@ static void testMeasurementSession(void) {
     int count = -1;
     CHECK_STATUS(TARNEL_SUCCESS, getResults(m, 0, &count, results));
     CHECK(count == 0);
-    CHECK_STATUS(TARNEL_SUCCESS, writeSineSamples(m, u, i, 0, 2 * kBlockLength));
-    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, 0, kBlockLength, kFrequency));
-    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, kBlockLength, kBlockLength, kFrequency));
-    CHECK_STATUS(TARNEL_SUCCESS, syncCuda(m));
-    bool ready = false;
-    CHECK_STATUS(TARNEL_SUCCESS, isAnyResultReady(m, &ready));
-    CHECK(ready);
+    calculateTwoBlocks(m, u, i, 0);
     /* maxResults limits what is collected: one now, the other next time. */
     CHECK_STATUS(TARNEL_SUCCESS, getResults(m, 1, &count, &results[0]));
     CHECK(count == 1);
@@ -256,45 +234,32 @@ static void testMeasurementSession(void) {
      * intervals give three values. */
     CHECK_STATUS(TARNEL_SUCCESS, scheduleForPeriodCalculationFromZeroCrossing(m, 0, NULL));
     CHECK_STATUS(TARNEL_ERROR, scheduleForPeriodCalculationFromZeroCrossing(m, -1, NULL));
-    ZeroCrossingInterval intervals[4];
-    const PreciseFraction crossings[5] = {{0, 0.0}, {204, 0.8}, {409, 0.6}, {614, 0.4}, {819, 0.2}};
-    memset(intervals, 0, sizeof intervals);
-    for (int n = 0; n < 4; ++n) {
-        intervals[n].start = crossings[n];
-        intervals[n].end = crossings[n + 1];
-        intervals[n].frequency = kFrequency;
-        intervals[n].valid = true;
-    }
+    const ZeroCrossingInterval intervals[4] = {{{0, 0.0}, {204, 0.8}, kFrequency, true},
+                                               {{204, 0.8}, {409, 0.6}, kFrequency, true},
+                                               {{409, 0.6}, {614, 0.4}, kFrequency, true},
+                                               {{614, 0.4}, {819, 0.2}, kFrequency, true}};
     CHECK_STATUS(TARNEL_SUCCESS, scheduleForPeriodCalculationFromZeroCrossing(m, 4, intervals));
     int periodCount = -1;
     bool more = true;
     PowerResultsPeriod* periods = NULL;
     CHECK_STATUS(TARNEL_SUCCESS, getPeriodResults(m, &periodCount, &more, &periods));
-    CHECK(periodCount == 3 && !more && periods != NULL);
-    if (periodCount != 3) fprintf(stderr, "  %d period values ready, more %d\n", periodCount, (int)more);
-    if (periodCount == 3 && periods != NULL) {
-        for (int n = 0; n < 3; ++n) {
-            const PowerResultsPeriod* value = periods + 4 * n; /* record 0: all phases, 1..3: the phases */
-            double meanRms = 0.0;
-            for (int p = 0; p < 3; ++p) {
-                CHECK_NEAR(kVoltageAmplitude[p] / sqrt(2.0), value[p + 1].rmsU, 1e-4);
-                CHECK_NEAR(kFrequency, value[p + 1].frequency, 1e-9);
-                CHECK(value[p + 1].valid);
-                meanRms += kVoltageAmplitude[p] / sqrt(2.0) / 3.0;
-            }
-            CHECK_NEAR(meanRms, value[0].rmsU, 1e-4);
+    if (!CHECK(periodCount == 3 && !more && periods != NULL))
+        fprintf(stderr, "  %d period values ready, more %d\n", periodCount, (int)more);
+    for (int n = 0; periods != NULL && n < periodCount; ++n) {
+        const PowerResultsPeriod* value = periods + 4 * n; /* record 0: all phases, 1..3: the phases */
+        double meanRms = 0.0;
+        for (int p = 0; p < 3; ++p) {
+            CHECK_NEAR(kVoltageAmplitude[p] / sqrt(2.0), value[p + 1].rmsU, 1e-4);
+            CHECK_NEAR(kFrequency, value[p + 1].frequency, 1e-9);
+            CHECK(value[p + 1].valid);
+            meanRms += kVoltageAmplitude[p] / sqrt(2.0) / 3.0;
         }
+        CHECK_NEAR(meanRms, value[0].rmsU, 1e-4);
     }
 
     /* Two more results than the caller has room for: status 2, nothing
      * written, nothing reported, and the results are gone. */
-    CHECK_STATUS(TARNEL_SUCCESS, writeSineSamples(m, u, i, 2 * kBlockLength, 2 * kBlockLength));
-    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, 2 * kBlockLength, kBlockLength, kFrequency));
-    CHECK_STATUS(TARNEL_SUCCESS, scheduleForCalculation(m, 3 * kBlockLength, kBlockLength, kFrequency));
-    CHECK_STATUS(TARNEL_SUCCESS, syncCuda(m));
-    ready = false;
-    CHECK_STATUS(TARNEL_SUCCESS, isAnyResultReady(m, &ready));
-    CHECK(ready);
+    calculateTwoBlocks(m, u, i, 2 * kBlockLength);
     PowerResultsGeneral untouched[kMaxResults];
     memset(results, 0x5A, sizeof results);
     memcpy(untouched, results, sizeof results);
@@ -313,8 +278,7 @@ static void testMeasurementSession(void) {
  * the device-layer message; without a reporter the same status, silently. */
 static void testDeviceFailure(void) {
     PowerModuleHandle m = powerModule_createCpuWithMemoryCapacity(4096);
-    CHECK(m != NULL);
-    if (m == NULL) return;
+    if (!CHECK(m != NULL)) return;
     const int reportsBefore = reportCount;
     reportedCode = 0;
     reportedMessage[0] = '\0';
@@ -339,7 +303,9 @@ int main(void) {
     CHECK_STATUS(TARNEL_SUCCESS, registerErrorReporter(recordReport));
     CHECK(reportErrorCallbackFunction == recordReport);
 
-    testHandlesAndCreation();
+    CHECK_STATUS(TARNEL_SUCCESS, powerModule_destroy(NULL));
+    CHECK(powerModule_createWithBackend(3) == NULL);
+    CHECK(powerModule_createWithBackend(-1) == NULL);
     testSettingsRoundTrip();
     testMeasurementSession();
     testDeviceFailure();
