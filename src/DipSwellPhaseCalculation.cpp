@@ -9,6 +9,7 @@ DipSwellPhaseCalculation::DipSwellPhaseCalculation() {
 }
 
 void DipSwellPhaseCalculation::calculate(double value, double time) {
+    latestTime = time;
     calculateDip(value, time);
     calculateSwell(value, time);
 }
@@ -40,7 +41,7 @@ void DipSwellPhaseCalculation::reset() {
     dipInBand = swellInBand = false;
     dipMinimum = swellMaximum = 0.0;
     dipCount = swellCount = 0;
-    previousDipTime = previousSwellTime = 0.0;
+    latestTime = 0.0;
     dipStartLevel = dipThreshold * 0.01 * referenceVoltage;
     dipEndLevel = dipHysteresis * 0.01 * referenceVoltage + dipStartLevel;
     swellStartLevel = swellThreshold * 0.01 * referenceVoltage;
@@ -65,16 +66,16 @@ void DipSwellPhaseCalculation::calculateDip(double value, double time) {
     } else if (dipState == InEvent) {
         continueDip(value, time);
     }
-    previousDipTime = time;
 }
 
 void DipSwellPhaseCalculation::continueDip(double value, double time) {
     dipMinimum = std::min(dipMinimum, value);
-    // Time below the start level is counted up to the last value before the voltage entered the
-    // hysteresis band; a jump straight past the end level adds nothing.
+    // Each value stands for the period that ends at its time, so a stretch below the start level
+    // runs from the first value below it to the first value that is not, whether that value lies in
+    // the hysteresis band or ends the dip.
     if (!dipInBand) {
-        if (dipStartLevel <= value && value < dipEndLevel) {
-            dipTimeBelow += previousDipTime - dipBelowSince;
+        if (value >= dipStartLevel) {
+            dipTimeBelow += time - dipBelowSince;
             dipInBand = true;
         }
     } else if (value < dipStartLevel) {
@@ -115,14 +116,14 @@ void DipSwellPhaseCalculation::calculateSwell(double value, double time) {
     } else if (swellState == InEvent) {
         continueSwell(value, time);
     }
-    previousSwellTime = time;
 }
 
 void DipSwellPhaseCalculation::continueSwell(double value, double time) {
     swellMaximum = std::max(swellMaximum, value);
+    // Mirror image of the dip: a stretch above runs up to the first value at or below the start level.
     if (!swellInBand) {
-        if (swellEndLevel < value && value <= swellStartLevel) {
-            swellTimeAbove += previousSwellTime - swellAboveSince;
+        if (value <= swellStartLevel) {
+            swellTimeAbove += time - swellAboveSince;
             swellInBand = true;
         }
     } else if (value > swellStartLevel) {

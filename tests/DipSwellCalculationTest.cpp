@@ -42,7 +42,8 @@ TEST(DipSwellPhaseCalculationTest, DipWithOneValueInTheHysteresisBand) {
     EXPECT_NEAR(r.depthInPercent, 50.0 / 230.0 * 100.0, 1e-12);
     EXPECT_NEAR(r.duration, 0.02, 1e-15);
     EXPECT_DOUBLE_EQ(r.time, 0.02);
-    EXPECT_DOUBLE_EQ(r.timeBelowThreshold, 0.0);
+    // 180 V stands for the period ending at 0.02 s; 186 V at 0.03 s is back above the start level.
+    EXPECT_NEAR(r.timeBelowThreshold, 0.01, 1e-15);
     EXPECT_EQ(r.eventCount, 1u);
 
     dip.clearResult();
@@ -63,25 +64,32 @@ TEST(DipSwellPhaseCalculationTest, LevelsAreStrictToStartAndInclusiveToEnd) {
     EXPECT_EQ(feedSequence({100}).getDipState(), NoEvent);
 }
 
-TEST(DipSwellPhaseCalculationTest, TimeBeyondThresholdCountsStretchesUpToTheBand) {
-    // Below from 2 to 4, band at 5, below again from 6 to 7, band at 8: 2 + 1 seconds.
+// Each value stands for the period that ends at its time: a stretch beyond the start level runs
+// from the first value beyond it to the first value that is not, in the band or past the end level.
+TEST(DipSwellPhaseCalculationTest, TimeBeyondThresholdCountsEveryStretchBeyondTheStartLevel) {
+    // Below at 2, 3, 4, band at 5, below at 6, 7, band at 8, ended at 9: 3 + 2 of 7 seconds.
     const DipResult dip = feedSequence({230, 150, 140, 150, 186, 150, 150, 186, 230}).getDipResult();
     EXPECT_TRUE(dip.eventEnded);
-    EXPECT_DOUBLE_EQ(dip.timeBelowThreshold, 3.0);
+    EXPECT_DOUBLE_EQ(dip.timeBelowThreshold, 5.0);
     EXPECT_DOUBLE_EQ(dip.duration, 7.0);
     EXPECT_DOUBLE_EQ(dip.residualVoltage, 140.0);
-    // Jumping straight back past the end level adds nothing, also not the previous dip's time.
-    const DipResult second = feedSequence({230, 150, 150, 186, 230, 150, 150, 230}).getDipResult();
+    // A dip that jumps straight back past the end level was below for its whole duration, and
+    // the previous dip's time is not carried over.
+    const DipResult second = feedSequence({230, 150, 150, 186, 230, 150, 150, 150, 230}).getDipResult();
     EXPECT_EQ(second.eventCount, 2u);
-    EXPECT_DOUBLE_EQ(second.timeBelowThreshold, 0.0);
+    EXPECT_DOUBLE_EQ(second.timeBelowThreshold, 3.0);
+    EXPECT_DOUBLE_EQ(second.duration, 3.0);
 
-    // Above from 2 to 3, band at 4, above again from 5 to 6, band at 7: 1 + 1 seconds.
+    // Above at 2, 3, band at 4, above at 5, 6, band at 7, ended at 8: 2 + 2 of 6 seconds.
     const SwellResult swell = feedSequence({230, 260, 270, 250, 260, 265, 250, 240}).getSwellResult();
     EXPECT_TRUE(swell.eventEnded);
     EXPECT_DOUBLE_EQ(swell.maximumVoltage, 270.0);
-    EXPECT_DOUBLE_EQ(swell.timeAboveThreshold, 2.0);
+    EXPECT_DOUBLE_EQ(swell.timeAboveThreshold, 4.0);
     EXPECT_DOUBLE_EQ(swell.duration, 6.0);
     EXPECT_DOUBLE_EQ(swell.time, 2.0);
+    const SwellResult straight = feedSequence({230, 260, 260, 230}).getSwellResult();
+    EXPECT_DOUBLE_EQ(straight.timeAboveThreshold, 2.0);
+    EXPECT_DOUBLE_EQ(straight.duration, 2.0);
 }
 
 TEST(DipSwellPhaseCalculationTest, SettingsTakeEffectOnReset) {
@@ -129,23 +137,71 @@ TEST(DipSwellMultiPhaseCalculationTest, PolyphaseDipRunsFromFirstStartToLastEnd)
     EXPECT_TRUE(totals[0].firstValue);
     EXPECT_TRUE(totals[1].eventStarted);
     EXPECT_FALSE(totals[2].eventStarted);
+    // The first channel's dip ends, the second's goes on: no total result yet.
     EXPECT_FALSE(totals[3].eventEnded);
+    EXPECT_TRUE(std::isinf(totals[3].depthInPercent));
     EXPECT_EQ(totals[3].eventCount, 0u);
     const DipResult& end = totals[4];
     EXPECT_TRUE(end.eventEnded);
+    EXPECT_DOUBLE_EQ(end.time, 2.0);
     EXPECT_DOUBLE_EQ(end.duration, 5.0 - 2.0);
     EXPECT_DOUBLE_EQ(end.residualVoltage, 170.0);
+    EXPECT_DOUBLE_EQ(end.depthInPercent, 60.0 / 230.0 * 100.0);
+    // Some channel was below 184 V from 2 until 5.
+    EXPECT_DOUBLE_EQ(end.timeBelowThreshold, 3.0);
     EXPECT_EQ(end.eventCount, 1u);
     EXPECT_TRUE(totals[5].eventStarted);
     EXPECT_EQ(totals[6].eventCount, 2u);
     EXPECT_DOUBLE_EQ(totals[6].residualVoltage, 150.0);
+    EXPECT_DOUBLE_EQ(totals[6].duration, 1.0);
 }
 
-TEST(DipSwellMultiPhaseCalculationTest, EndingChannelLastInOrderReportsItsOwnStartTime) {
+// Three phases dip to 70 % together for 7 values: each channel and the total last 7 seconds.
+TEST(DipSwellMultiPhaseCalculationTest, BalancedDipLastsAsLongAsEachChannel) {
+    std::vector<std::vector<double>> steps(1, {230, 230, 230});
+    for (int i = 0; i < 7; ++i) steps.push_back({161, 161, 161});
+    steps.push_back({230, 230, 230});
+    const DipResult end = dipTotals(steps).back();
+    EXPECT_TRUE(end.eventEnded);
+    EXPECT_DOUBLE_EQ(end.duration, 7.0);
+    EXPECT_DOUBLE_EQ(end.time, 2.0);
+    EXPECT_NEAR(end.depthInPercent, 30.0, 1e-12);
+    EXPECT_DOUBLE_EQ(end.residualVoltage, 161.0);
+    EXPECT_DOUBLE_EQ(end.timeBelowThreshold, 7.0);
+}
+
+// Staggered in both directions at 50 values per second: L1 dips deeply from 1.04 s and recovers at
+// 1.18 s, L3 dips shallowly from 1.12 s and recovers at 1.22 s; L2 stays normal. The total runs
+// from 1.04 s to 1.22 s and reports L1's depth, although L3 ends it.
+TEST(DipSwellMultiPhaseCalculationTest, StaggeredDipTakesFirstStartLastEndAndDeepestChannel) {
+    DipSwellMultiPhaseCalculation system;
+    system.setNumberOfPhases(3);
+    system.initialize();
+    DipResult end;
+    int started = 0;
+    for (int n = 50; n <= 62; ++n) {
+        const double t = n * 0.02;
+        const double l1 = t > 1.03 && t < 1.17 ? 69.0 : 230.0;
+        const double l3 = t > 1.11 && t < 1.21 ? 180.0 : 230.0;
+        feedAll(system, {l1, 230.0, l3}, t);
+        const DipResult total = system.getDipTotalResult();
+        started += total.eventStarted ? 1 : 0;
+        if (total.eventEnded) end = total;
+    }
+    EXPECT_EQ(started, 1);
+    EXPECT_EQ(end.eventCount, 1u);
+    EXPECT_NEAR(end.duration, 0.18, 1e-12);
+    EXPECT_DOUBLE_EQ(end.time, 1.04);
+    EXPECT_DOUBLE_EQ(end.residualVoltage, 69.0);
+    EXPECT_NEAR(end.depthInPercent, 70.0, 1e-12);
+    EXPECT_NEAR(end.timeBelowThreshold, 0.18, 1e-12);
+}
+
+TEST(DipSwellMultiPhaseCalculationTest, EndingChannelLastInOrderDoesNotShortenTheTotal) {
     const DipResult end = dipTotals({{230, 230}, {180, 230}, {180, 180}, {230, 180}, {230, 230}}).back();
     EXPECT_TRUE(end.eventEnded);
-    EXPECT_DOUBLE_EQ(end.time, 3.0);
-    EXPECT_DOUBLE_EQ(end.duration, 3.0 - 2.0);
+    EXPECT_DOUBLE_EQ(end.time, 2.0);
+    EXPECT_DOUBLE_EQ(end.duration, 5.0 - 2.0);
 }
 
 TEST(DipSwellMultiPhaseCalculationTest, PolyphaseSwellTakesTheHighestMaximum) {
@@ -153,18 +209,22 @@ TEST(DipSwellMultiPhaseCalculationTest, PolyphaseSwellTakesTheHighestMaximum) {
     system.setNumberOfPhases(3);
     system.initialize();
     feedAll(system, {230, 230, 230}, 1.0);
-    // The third channel stays normal, so the total keeps the current time when the swell ends.
+    // The second channel's swell is higher and ends first; the first channel ends the total.
     feedAll(system, {260, 270, 230}, 2.0);
     EXPECT_TRUE(system.getSwellTotalResult().eventStarted);
-    feedAll(system, {230, 230, 230}, 3.0);
+    feedAll(system, {260, 230, 230}, 3.0);
+    EXPECT_FALSE(system.getSwellTotalResult().eventEnded);
+    feedAll(system, {230, 230, 230}, 4.0);
     const SwellResult end = system.getSwellTotalResult();
     EXPECT_TRUE(end.eventEnded);
     EXPECT_DOUBLE_EQ(end.maximumVoltage, 270.0);
-    EXPECT_DOUBLE_EQ(end.duration, 1.0);
+    EXPECT_DOUBLE_EQ(end.duration, 2.0);
+    EXPECT_DOUBLE_EQ(end.timeAboveThreshold, 2.0);
+    EXPECT_DOUBLE_EQ(end.time, 2.0);
     EXPECT_EQ(end.eventCount, 1u);
 
     system.reset();
-    feedAll(system, {230, 230, 230}, 4.0);
+    feedAll(system, {230, 230, 230}, 5.0);
     const SwellResult afterReset = system.getSwellTotalResult();
     EXPECT_TRUE(afterReset.firstValue);
     EXPECT_EQ(afterReset.eventCount, 0u);

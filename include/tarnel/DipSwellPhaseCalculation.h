@@ -28,6 +28,12 @@ class TARNEL_API DipSwellPhaseCalculation {
     // Start of the current or last event; 0 before the first one.
     double getDipStartTime() const { return dipStartTime; }
     double getSwellStartTime() const { return swellStartTime; }
+    // True while a dip (swell) is open and the latest value lies beyond its start level, outside
+    // the hysteresis band.
+    bool isBelowDipThreshold() const { return dipState == InEvent && !dipInBand; }
+    bool isAboveSwellThreshold() const { return swellState == InEvent && !swellInBand; }
+    // Time of the latest value fed; 0 before the first.
+    double getLatestTime() const { return latestTime; }
 
     // Settings take effect at the next reset() or initialize().
     double getDipSwellReferenceVoltage() const { return referenceVoltage; }
@@ -77,6 +83,5 @@ class TARNEL_API DipSwellPhaseCalculation {
     double dipEndLevel = 0.0;
     double swellStartLevel = 0.0;
     double swellEndLevel = 0.0;
-    double previousDipTime = 0.0;
-    double previousSwellTime = 0.0;
+    double latestTime = 0.0;
 };
