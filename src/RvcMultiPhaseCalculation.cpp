@@ -14,11 +14,14 @@ RvcResult RvcMultiPhaseCalculation::getTotalResult() {
         if (eventStartTime == noEventTime) eventStartTime = total.time;
         // Nothing is reported while any channel is still in an event.
         total.eventDetected = false;
-    } else if (total.state == 0 && total.eventDetected) {
-        // The first channel's steady window is the settling time after the last change.
-        total.duration = total.time - eventStartTime - phases.front().getSteadyStateDuration();
+    } else if (total.state == 0) {
+        if (total.eventDetected) {
+            // The first channel's steady window is the settling time after the last change.
+            total.duration = total.time - eventStartTime - phases.front().getSteadyStateDuration();
+            ++total.eventCount;
+        }
+        // An event that ends unreported (a dip or swell began in it) closes the polyphase event too.
         eventStartTime = noEventTime;
-        ++total.eventCount;
     }
     total.stateChanged = total.state != previousState;
     previousState = total.state;

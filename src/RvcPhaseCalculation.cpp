@@ -37,6 +37,7 @@ void RvcPhaseCalculation::reset() {
     state = steadyState;
     maxDeviation = -std::numeric_limits<double>::infinity();
     averageBefore = 0.0;
+    steadyWindowSeen = false;
     result.state = -1;
     result.eventCount = 0;
 }
@@ -82,7 +83,11 @@ void RvcPhaseCalculation::addToWindow(double value, double time) {
 }
 
 uint32_t RvcPhaseCalculation::startEventIfUnsteady(double value, double time) {
-    if (isSteadyState()) return steadyState;
+    const bool steady = isSteadyState();
+    // Until a full window has been steady there is no steady level to change from: a window that
+    // fills during a dip or a ramp opens no event.
+    if (values.size() >= getWindowLength() && steady) steadyWindowSeen = true;
+    if (steady || !steadyWindowSeen) return steadyState;
     eventStartTime = time;
     state = eventState;
     eventLength = 1;

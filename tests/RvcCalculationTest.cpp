@@ -58,20 +58,40 @@ TEST(RvcPhaseCalculationTest, ChangesWithinTheBandOrBeforeTheWindowIsFullStartNo
     RvcPhaseCalculation rvc;
     for (int i = 0; i < 100; ++i) feed(rvc, 230.0, i);
     for (int i = 100; i < 300; ++i) EXPECT_EQ(feed(rvc, 234.0, i).state, 0);
+}
 
-    RvcPhaseCalculation filling;
-    for (int i = 0; i < 99; ++i) EXPECT_EQ(feed(filling, i % 2 ? 100.0 : 400.0, i).state, 0);
-    EXPECT_EQ(feed(filling, 100.0, 99).state, 1);
+// 40 values at 230 V, a dip to 161 V for 10 values, then 230 V: the window fills at value 100 with
+// the dip inside. No steady level has been seen yet, so no event opens; the first full window
+// without the dip (values 50 to 149) is the steady level from which a later 6 V step is measured.
+TEST(RvcPhaseCalculationTest, NoEventOpensBeforeAFullSteadyWindow) {
+    RvcPhaseCalculation rvc;
+    for (int i = 0; i < 150; ++i) {
+        const double value = i >= 40 && i < 50 ? 161.0 : 230.0;
+        EXPECT_EQ(feed(rvc, value, i, i >= 40 ? 40.0 : 0.0).state, 0) << i;
+    }
+    EXPECT_EQ(feed(rvc, 236.0, 150, 40.0).state, 1);
+    RvcResult end;
+    for (int i = 151; i < 250; ++i) end = feed(rvc, 236.0, i, 40.0);
+    EXPECT_TRUE(end.eventDetected);
+    EXPECT_EQ(end.eventCount, 1u);
+    EXPECT_FLOAT_EQ(end.deltaUss, 6.0f);
+    EXPECT_DOUBLE_EQ(end.duration, 0.0);
+
+    // A window that never settles opens nothing either.
+    RvcPhaseCalculation unsteady;
+    for (int i = 0; i < 300; ++i) EXPECT_EQ(feed(unsteady, i % 2 ? 100.0 : 400.0, i).state, 0);
 }
 
 TEST(RvcPhaseCalculationTest, ValueOnTheBandEdgeIsInside) {
-    // Window {300, 100}: average 200, band 100, both values exactly on an edge.
+    // After a steady window, {300, 100}: average 200, band 100, both values exactly on an edge.
     RvcPhaseCalculation onEdge = shortWindow();
     feed(onEdge, 300.0, 1.0);
-    EXPECT_EQ(feed(onEdge, 100.0, 2.0).state, 0);
+    feed(onEdge, 300.0, 2.0);
+    EXPECT_EQ(feed(onEdge, 100.0, 3.0).state, 0);
     RvcPhaseCalculation beyond = shortWindow();
     feed(beyond, 300.0, 1.0);
-    EXPECT_EQ(feed(beyond, 99.99, 2.0).state, 1);
+    feed(beyond, 300.0, 2.0);
+    EXPECT_EQ(feed(beyond, 99.99, 3.0).state, 1);
 }
 
 TEST(RvcPhaseCalculationTest, EventEndsOnlyInsideTheHysteresisBand) {
@@ -153,4 +173,37 @@ TEST(RvcMultiPhaseCalculationTest, PolyphaseEventLastsUntilTheLastChannelIsStead
     EXPECT_FLOAT_EQ(end.deltaUss, 300.0f);
     EXPECT_DOUBLE_EQ(end.duration, 5.0 - 3.0 - 1.0);
     EXPECT_EQ(feedAll(rvc, {400, 400, 100}, 6.0).eventCount, 1u);
+}
+
+// A dip begins inside the first polyphase event, which therefore ends unreported. The next clean
+// step is a new event: every channel and the total report a duration of 0.
+TEST(RvcMultiPhaseCalculationTest, EventAfterAnUnreportedEventStartsAfresh) {
+    RvcMultiPhaseCalculation rvc;
+    rvc.setNumberOfPhases(3);
+    for (uint64_t p = 0; p < 3; ++p) {
+        rvc[p].setSteadyStateLength(2);
+        rvc[p].setSteadyStateThreshold(10.0);
+    }
+    rvc.initialize();
+    const double values[] = {100, 100, 200, 200, 200, 200, 200, 300, 300};
+    RvcResult total;
+    for (int n = 0; n < 9; ++n) {
+        for (uint64_t p = 0; p < 3; ++p) {
+            rvc[p].clearResult();
+            rvc[p].calculate(values[n], n + 1.0, 3.0, 0.0);  // the dip started at 3
+        }
+        total = rvc.getTotalResult();
+        if (n == 3) {
+            EXPECT_EQ(total.state, 0);
+            EXPECT_FALSE(total.eventDetected);
+        }
+    }
+    for (uint64_t p = 0; p < 3; ++p) {
+        EXPECT_TRUE(rvc[p].getCurrentResult().eventDetected);
+        EXPECT_DOUBLE_EQ(rvc[p].getCurrentResult().duration, 0.0);
+    }
+    EXPECT_TRUE(total.eventDetected);
+    EXPECT_EQ(total.eventCount, 1u);
+    EXPECT_FLOAT_EQ(total.deltaUss, 100.0f);
+    EXPECT_DOUBLE_EQ(total.duration, 0.0);
 }

@@ -10,7 +10,8 @@
 
 // Keeps a sliding window of the latest RMS values. The voltage is steady while every value of a
 // full window lies within +/- threshold percent of the window average; leaving that band starts an
-// event, which ends once a full window is steady again within the tighter hysteresis band.
+// event, which ends once a full window is steady again within the tighter hysteresis band. No event
+// opens before the first full window that is steady.
 class TARNEL_API RvcPhaseCalculation {
   public:
     // Feeds one RMS value. An event during which a dip or swell began (its start time at or after
@@ -54,4 +55,5 @@ class TARNEL_API RvcPhaseCalculation {
     double averageBefore = 0.0;
     double eventStartTime = 0.0;
     double maxDeviation = -std::numeric_limits<double>::infinity();
+    bool steadyWindowSeen = false;
 };
