@@ -32,6 +32,16 @@ constexpr double kBoundaryTolerance = 1e-6;
 
 std::string itemName(const char* kind, size_t index) { return std::string(kind) + " " + std::to_string(index); }
 
+// The reference phase advances by frequency / fs per sample: a frequency that is not finite, not
+// positive or at or above half the sample rate would end values without a successor or with less
+// than one sample, so such a request is refused before anything changes.
+void requireUsableFrequency(const char* operation, const std::string& name, double frequency, double sampleRate) {
+    if (std::isfinite(frequency) && frequency > 0.0 && frequency < 0.5 * sampleRate) return;
+    refuse(operation, name + " has frequency " + std::to_string(frequency) +
+                          " Hz; it must be finite, above 0 and below half the sample rate (" +
+                          std::to_string(0.5 * sampleRate) + " Hz)");
+}
+
 // True while no block has reached the value that reset created.
 bool isUntouched(const PowerPeriodResultsQueueItem& item) {
     return item.getItemIndex() == 0 && item.getNextSampleIndexToProcess() == item.getFirstSampleIndex() &&
@@ -322,6 +332,7 @@ void PowerModule::PowerModuleImpl::validatePeriodBlocks(int count, const unsigne
         const unsigned long long a = firstSamples[b], last = a + static_cast<unsigned long long>(lengths[b] - 1);
         const std::string name = itemName("block", static_cast<size_t>(b));
         if (last < a) refuse(op, name + " runs past the largest sample index");
+        requireUsableFrequency(op, name, frequencies[b], config.sampleRate);
         if (first && a / divider != currentPeriodItem->getFirstSampleIndex())
             refuse(op, name + " starts at sample " + std::to_string(a) + ", but the first block after reset must " +
                            "start in module sample " + std::to_string(currentPeriodItem->getFirstSampleIndex()));
@@ -402,6 +413,7 @@ void PowerModule::PowerModuleImpl::validateZeroCrossingIntervals(
         const std::string name = itemName("interval", n);
         const double length = z.end.subtract(z.start);
         if (!(length > 0.0)) refuse(op, name + " does not end after it starts");
+        requireUsableFrequency(op, name, z.frequency, config.sampleRate);
         if (length / divider >= static_cast<double>(buffers.getBufferLength()))
             refuse(op, name + " is longer than the sample ring");
         const PreciseFraction start = z.start.divideBy(divider);
@@ -429,10 +441,14 @@ void PowerModule::PowerModuleImpl::writeReferenceInterval(PreciseFraction start,
     const double step = frequency * (1.0 / config.sampleRate);
     const double validity = valid ? 1.0 : 0.0;
     const ReferenceRing ring = referenceRing(buffers.periodReferenceBuffer);
-    writeReferenceRun(ring, start.ceil(), end.ceil() - start.ceil(), frequency, step * (1.0 - start.fraction), step,
-                      validity);
+    // The first sample at or after the crossing lies (ceil - position) samples past it: a crossing
+    // exactly on a sample gives that sample the phase 0.
+    const double firstOffset = static_cast<double>(start.ceil() - start.index) - start.fraction;
+    writeReferenceRun(ring, start.ceil(), end.ceil() - start.ceil(), frequency, step * firstOffset, step, validity);
     // Before the first crossing no interval has written the sample whose cell
-    // holds it, yet the first value starts in that cell.
+    // holds it, yet the first value starts in that cell: that sample gets the
+    // phase it has before the crossing (negative), so the first value's
+    // fundamental integrates the same reference as every later one.
     if (currentPeriodStart == nullptr && start.round() != start.ceil())
         writeReference(ring, start.round(), frequency, -step * start.fraction, validity);
 }
@@ -459,17 +475,15 @@ void PowerModule::PowerModuleImpl::addZeroCrossingInterval(const ZeroCrossingInt
 void PowerModule::PowerModuleImpl::queueZeroCrossingValue(unsigned short advanceParts) {
     const PreciseFraction first = periodStartQueue.front()->getFirstSample();
     const PreciseFraction last = periodStartQueue.back()->getFirstSample();
+    // A boundary carries the validity of the interval it was queued in, which is the interval of
+    // the part that starts at it: the value's parts start at every boundary but the last.
+    const bool valid = std::all_of(periodStartQueue.begin(), periodStartQueue.end() - 1,
+                                   [](const auto& boundary) { return boundary->isValueValid(); });
     const size_t drop = std::min<size_t>(advanceParts, periodStartQueue.size());
     periodStartQueue.erase(periodStartQueue.begin(), periodStartQueue.begin() + static_cast<std::ptrdiff_t>(drop));
     lastPeriodItem2 = lastPeriodItem2 != nullptr ? lastPeriodItem2->createNext(first, last)
                                                  : std::make_shared<PowerPeriodResultsQueueItem2>(0, first, last);
-    // The boundaries still queued carry the validity of the intervals they were queued in.
-    for (const auto& boundary : periodStartQueue) {
-        if (!boundary->isValueValid()) {
-            lastPeriodItem2->setInvalid();
-            break;
-        }
-    }
+    if (!valid) lastPeriodItem2->setInvalid();
     periodResultsQueue2.push_back(lastPeriodItem2);
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <functional>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "PowerModuleImpl.h"
@@ -185,7 +186,7 @@ TEST(PeriodValuesTest, BothModesGiveClosedFormValuesAtAnyStartIndex) {
         std::vector<std::vector<PowerResultsPeriod>> reference;
         for (const unsigned long long start : {0ULL, (1ULL << 53) - 3000, ~0ULL - 999999}) {
             Rig rig({}, start);
-            // The boundary that closes period 2 is queued with period 3, whose invalidity it carries.
+            // Invalid zero-crossing interval 3 makes exactly the value over period 3 invalid.
             rig.valid = [mode](int k) { return mode == Mode::Blocks || k != 3; };
             rig.run(3, mode);
             ASSERT_GE(rig.values.size(), 28u);
@@ -201,7 +202,7 @@ TEST(PeriodValuesTest, BothModesGiveClosedFormValuesAtAnyStartIndex) {
             }
             ASSERT_EQ(rig.values.size(), reference.size());
             for (size_t n = 0; n < rig.values.size(); ++n) {
-                if (mode == Mode::Crossings && n == 2) {
+                if (mode == Mode::Crossings && n == 3) {
                     for (const PowerResultsPeriod& r : rig.values[n]) EXPECT_FALSE(r.valid);
                     continue;
                 }
@@ -412,4 +413,206 @@ TEST(PeriodValuesTest, SchedulingRefusesBadInputAndChangesNothing) {
     EXPECT_THROW(unset.module.scheduleForPeriodCalculationFromZeroCrossing({first}), std::invalid_argument);
     unset.module.setSampleRate(kFs, 1);
     unset.module.endUpdate();
+}
+
+namespace {
+
+// Phase p at `ratio` of 230 V during [from, to) seconds, the others at 230 V.
+std::function<double(unsigned, unsigned long long)> phasesAt(std::vector<double> ratio, double from, double to) {
+    return [=](unsigned p, unsigned long long r) {
+        const double t = static_cast<double>(r) / kFs;
+        return t >= from && t < to ? 230.0 * ratio[p] : 230.0;
+    };
+}
+
+// Full-period values end every 20 ms; value n ends at 0.02 (n + 1) s.
+size_t valueEndingAt(double seconds) { return static_cast<size_t>(std::lround(seconds / 0.02)) - 1; }
+
+}  // namespace
+
+// All three phases at 70 % for 7.5 periods from 1.01 s: the half-covered periods ending at 1.02 s
+// and 1.18 s stay above 195.5 V, the six full periods from 1.04 s to 1.16 s are at 161 V. Each
+// phase and the total dip from 1.04 s to 1.18 s, all of it below the threshold.
+TEST(PeriodValuesTest, BalancedThreePhaseDipAndSwell) {
+    for (const double ratio : {0.7, 1.15}) {
+        SCOPED_TRACE(ratio);
+        Rig rig({}, 0);
+        rig.rms = phasesAt({ratio, ratio, ratio}, 1.01, 1.16);
+        rig.run(7, Mode::Blocks);
+        const size_t end = valueEndingAt(1.18);
+        ASSERT_GT(rig.values.size(), end + 1);
+        for (size_t p = 0; p < 4; ++p) {
+            const PowerResultsPeriod& r = rig.values[end][p];
+            if (ratio < 1.0) {
+                EXPECT_TRUE(r.dip.eventEnded) << p;
+                EXPECT_NEAR(r.dip.time, 1.04, 1e-9) << p;
+                EXPECT_NEAR(r.dip.duration, 0.14, 1e-9) << p;
+                EXPECT_NEAR(r.dip.timeBelowThreshold, 0.14, 1e-9) << p;
+                EXPECT_NEAR(r.dip.residualVoltage, 161.0, 1e-3) << p;
+                EXPECT_NEAR(r.dip.depthInPercent, 30.0, 1e-3) << p;
+            } else {
+                EXPECT_TRUE(r.swell.eventEnded) << p;
+                EXPECT_NEAR(r.swell.time, 1.04, 1e-9) << p;
+                EXPECT_NEAR(r.swell.duration, 0.14, 1e-9) << p;
+                EXPECT_NEAR(r.swell.timeAboveThreshold, 0.14, 1e-9) << p;
+                EXPECT_NEAR(r.swell.maximumVoltage, 264.5, 1e-3) << p;
+            }
+        }
+        EXPECT_EQ(rig.values[valueEndingAt(1.04)][0].dip.eventStarted, ratio < 1.0);
+        EXPECT_EQ(rig.values[valueEndingAt(1.04)][0].swell.eventStarted, ratio > 1.0);
+    }
+}
+
+// L1 at 50 % from 1.02 s to 1.16 s, L3 at 80 % from 1.10 s to 1.20 s, L2 normal: L1 dips from
+// 1.04 s to 1.18 s, L3 from 1.12 s to 1.22 s. The polyphase dip runs from L1's start to L3's end and
+// is as deep as L1's, although L3 ends it.
+TEST(PeriodValuesTest, StaggeredDipOverlappingAcrossPhases) {
+    Rig rig({}, 0);
+    rig.rms = [](unsigned p, unsigned long long r) {
+        const double t = static_cast<double>(r) / kFs;
+        if (p == 0 && t >= 1.02 && t < 1.16) return 115.0;
+        if (p == 2 && t >= 1.10 && t < 1.20) return 184.0;
+        return 230.0;
+    };
+    rig.run(7, Mode::Blocks);
+    ASSERT_GT(rig.values.size(), valueEndingAt(1.3));
+    const DipResult& l1 = rig.values[valueEndingAt(1.18)][1].dip;
+    EXPECT_TRUE(l1.eventEnded);
+    EXPECT_NEAR(l1.duration, 0.14, 1e-9);
+    const DipResult& l3 = rig.values[valueEndingAt(1.22)][3].dip;
+    EXPECT_TRUE(l3.eventEnded);
+    EXPECT_NEAR(l3.time, 1.12, 1e-9);
+    EXPECT_NEAR(l3.duration, 0.10, 1e-9);
+    int started = 0, ended = 0;
+    for (const auto& v : rig.values) {
+        started += v[0].dip.eventStarted ? 1 : 0;
+        ended += v[0].dip.eventEnded ? 1 : 0;
+    }
+    EXPECT_EQ(started, 1);
+    EXPECT_EQ(ended, 1);
+    EXPECT_TRUE(rig.values[valueEndingAt(1.04)][0].dip.eventStarted);
+    const DipResult& total = rig.values[valueEndingAt(1.22)][0].dip;
+    EXPECT_TRUE(total.eventEnded);
+    EXPECT_EQ(total.eventCount, 1u);
+    EXPECT_NEAR(total.time, 1.04, 1e-9);
+    EXPECT_NEAR(total.duration, 0.18, 1e-9);
+    EXPECT_NEAR(total.timeBelowThreshold, 0.18, 1e-9);
+    EXPECT_NEAR(total.residualVoltage, 115.0, 1e-3);
+    EXPECT_NEAR(total.depthInPercent, 50.0, 1e-3);
+}
+
+// A 4 % rise on L1 from 0.8 s after a dip inside the first steady window (0.1 s to 0.2 s, all phases):
+// the dip opens no RVC event when the ten-value window fills, and the later rise is a clean RVC of
+// 9.2 V with duration 0 on L1 and on the total.
+TEST(PeriodValuesTest, DipInsideTheFirstSteadyWindowOpensNoRvc) {
+    Options options;
+    options.rvcSteadyLength = 10;
+    Rig rig(options, 0);
+    rig.rms = [](unsigned p, unsigned long long r) {
+        const double t = static_cast<double>(r) / kFs;
+        if (t >= 0.1 && t < 0.2) return 161.0;
+        return p == 0 && t >= 0.8 ? 230.0 * 1.04 : 230.0;
+    };
+    rig.run(8, Mode::Blocks);
+    ASSERT_GT(rig.values.size(), valueEndingAt(1.2));
+    for (size_t n = 0; n < valueEndingAt(0.82); ++n)
+        for (size_t p = 0; p < 4; ++p) EXPECT_EQ(rig.values[n][p].rvc.state, 0) << n << " " << p;
+    EXPECT_EQ(rig.values[valueEndingAt(0.82)][1].rvc.state, 1);
+    const size_t end = valueEndingAt(0.82) + 9;
+    for (size_t n = 0; n < rig.values.size(); ++n) {
+        EXPECT_EQ(rig.values[n][1].rvc.eventDetected, n == end) << n;
+        EXPECT_EQ(rig.values[n][0].rvc.eventDetected, n == end) << n;
+        EXPECT_FALSE(rig.values[n][2].rvc.eventDetected || rig.values[n][3].rvc.eventDetected) << n;
+    }
+    EXPECT_NEAR(rig.values[end][1].rvc.deltaUss, 9.2, 1e-3);
+    EXPECT_NEAR(rig.values[end][1].rvc.duration, 0.0, 1e-9);
+    EXPECT_NEAR(rig.values[end][0].rvc.deltaUss, 9.2, 1e-3);
+    EXPECT_NEAR(rig.values[end][0].rvc.duration, 0.0, 1e-9);
+}
+
+// Period scheduling refuses a block whose frequency is not finite, not positive or not below half
+// the sample rate, names the frequency, and changes nothing: the values go on as if it had not come.
+TEST(PeriodValuesTest, BlocksWithUnusableFrequenciesAreRefused) {
+    Rig rig({}, 0);
+    rig.run(1, Mode::Blocks);
+    rig.writeBlock();
+    unsigned long long first = rig.written - kBlock;
+    int length = kBlock;
+    bool valid = true;
+    for (double bad : {std::nan(""), HUGE_VAL, -HUGE_VAL, 0.0, -50.0, kFs / 2, 1e9}) {
+        SCOPED_TRACE(bad);
+        unsigned long long firsts[] = {first, first + 1000};
+        int lengths[] = {1000, 1000};
+        double frequencies[] = {50.0, bad};
+        bool valids[] = {true, true};
+        try {
+            rig.module.scheduleForPeriodCalculation(2, firsts, lengths, frequencies, valids);
+            ADD_FAILURE() << "accepted";
+        } catch (const std::invalid_argument& e) {
+            EXPECT_NE(std::string(e.what()).find("block 1 has frequency"), std::string::npos) << e.what();
+        }
+    }
+    double frequency = 50.0;
+    rig.module.scheduleForPeriodCalculation(1, &first, &length, &frequency, &valid);
+    rig.collect();
+    rig.run(1, Mode::Blocks);
+    ASSERT_GE(rig.values.size(), 29u);
+    for (size_t n = 0; n < rig.values.size(); ++n) expectSineValue(rig.values[n], valueTime(rig, n));
+}
+
+// Zero crossings exactly on samples at 16 samples per period: the sample on a crossing has the
+// reference phase 0, and a full period of trapezoid weights sums 16 equally spaced samples, which
+// gives the fundamental and the angle of the sampled sine exactly.
+TEST(PeriodValuesTest, CrossingExactlyOnASampleAtSixteenSamplesPerPeriod) {
+    constexpr double fs = 800.0;
+    constexpr unsigned block = 160;
+    PowerModule module{BackendKind::Cpu};
+    module.beginUpdate();
+    module.setGridConfigType(SinglePhase);
+    module.setSampleRate(fs, 1);
+    module.setBufferLength(1600);
+    module.setStaticFrequency(50.0, 0.1);
+    module.setHighestRequestedHarmonic(5);
+    module.setPeriodValuesEnabled(true);
+    module.setFundamentalPeriodValuesEnabled(true);
+    module.endUpdate();
+    module.reset(0);
+    std::vector<PowerResultsPeriod> values;
+    for (unsigned b = 0; b < 3; ++b) {
+        float* u = nullptr;
+        float* i = nullptr;
+        module.getWaveformBufferUInput(0, &u);
+        module.getWaveformBufferI(0, &i);
+        for (unsigned r = b * block; r < (b + 1) * block; ++r) {
+            const double angle = 2 * kPi * r / 16.0;
+            u[r % 1600] = static_cast<float>(std::sqrt(2.0) * 230.0 * std::sin(angle));
+            i[r % 1600] = static_cast<float>(std::sqrt(2.0) * 10.0 * std::sin(angle - kPi / 6));
+        }
+        module.writeSamples(block);
+        module.scheduleForCalculation(b * block, block, 50.0);
+        module.sync();
+        module.getResults(0);
+        std::vector<ZeroCrossingInterval> intervals;
+        for (unsigned k = b * 10; k < (b + 1) * 10; ++k)
+            intervals.push_back({{16ULL * k, 0.0}, {16ULL * (k + 1), 0.0}, 50.0, true});
+        module.scheduleForPeriodCalculationFromZeroCrossing(intervals);
+        int count = 0;
+        bool more = false;
+        PowerResultsPeriod* results = nullptr;
+        module.getPeriodResults(&count, &more, &results);
+        for (int n = 0; n < count; ++n) values.push_back(results[2 * n + 1]);
+    }
+    const double* cosine = module.implementation()->getBuffers().periodReferenceBuffer.getHostBuffer(1);
+    const double* sine = module.implementation()->getBuffers().periodReferenceBuffer.getHostBuffer(2);
+    for (unsigned k : {0u, 16u, 160u}) {
+        EXPECT_DOUBLE_EQ(cosine[k], 1.0) << k;
+        EXPECT_DOUBLE_EQ(sine[k], 0.0) << k;
+    }
+    ASSERT_GE(values.size(), 20u);
+    for (const PowerResultsPeriod& r : values) {
+        EXPECT_NEAR(r.fundamentalU, 230.0, 1e-4);
+        EXPECT_NEAR(r.rmsU, 230.0, 1e-4);
+        EXPECT_NEAR(r.fundamentalPhaseAngle, 30.0, 1e-5);
+        EXPECT_NEAR(r.frequency, 50.0, 1e-9);
+    }
 }
