@@ -62,6 +62,13 @@ double cubicCrossing(const double z[4]) {
 // Largest relative difference between the filtered fundamental and the
 // signal's in-phase component over a valid period.
 const double maximumInPhaseDeviation = 0.01;
+// Largest component of the signal in quadrature to the filtered fundamental over a valid period,
+// relative to the fundamental: the sine of the largest phase offset accepted (about 0.6 degrees).
+const double maximumQuadratureShare = 0.01;
+
+// Periods on either side of an invalid period that are invalid as well: the filter's response to an
+// abrupt change displaces crossings by more than 0.01 samples for up to three periods around it.
+const size_t disturbanceGuardPeriods = 3;
 
 ZeroCrossingDetector::Settings completed(ZeroCrossingDetector::Settings s, double sampleRate, double nominalFrequency) {
     if (!(sampleRate > 0.0) || !(nominalFrequency > 0.0) || !std::isfinite(sampleRate) ||
@@ -116,6 +123,8 @@ class ZeroCrossingDetector::Impl {
         boundaryIsCrossing = false;
         clearLevels();
         pending.clear();
+        held.clear();
+        invalidAhead = 0;
         history.clear();
         latestValidFrequency = nominal;
     }
@@ -169,7 +178,11 @@ class ZeroCrossingDetector::Impl {
 
     double latestFrequency() const { return latestValidFrequency; }
     uint64_t nextSampleIndex() const { return nextIndex; }
-    uint64_t latency() const { return filter.delay() + 2 * static_cast<uint64_t>(filter.decimation()) - 1; }
+    // Besides the filter, the guard periods held back, each at most two nominal periods long.
+    uint64_t latency() const {
+        const auto guard = static_cast<uint64_t>(std::ceil(2.0 * nominalPeriod * disturbanceGuardPeriods));
+        return filter.delay() + 2 * static_cast<uint64_t>(filter.decimation()) - 1 + guard;
+    }
     double sampleRate() const { return rate; }
     double nominalFrequency() const { return nominal; }
     const Settings& settings() const { return config; }
@@ -193,6 +206,11 @@ class ZeroCrossingDetector::Impl {
         sumFundamental2 += fundamental[1] * fundamental[1];
         sumWideband2 += wideband[1] * wideband[1];
         sumProduct += fundamental[1] * wideband[1];
+        // The central difference of the filtered fundamental is its quadrature (a quarter period
+        // ahead), scaled by a constant that the normalisation in isPlausible removes.
+        const double quadrature = fundamental[2] - fundamental[0];
+        sumQuadrature2 += quadrature * quadrature;
+        sumQuadratureProduct += quadrature * wideband[1];
         ++levelCount;
 
         if (fundamental[1] < 0.0 && fundamental[2] >= 0.0) {
@@ -219,6 +237,29 @@ class ZeroCrossingDetector::Impl {
         boundaryIsCrossing = endIsCrossing;
         clearLevels();
 
+        markDisturbedNeighbours(interval);
+        held.push_back(interval);
+        if (held.size() > disturbanceGuardPeriods) {
+            emit(held.front());
+            held.pop_front();
+        }
+    }
+
+    // The filter blends the signal over several periods on both sides of an abrupt change, so the
+    // crossings next to a period that failed the checks are displaced although their own periods
+    // pass them: the guard periods before and after an invalid period are invalid as well. The
+    // periods before are still held back for this; the ones after are marked as they close.
+    void markDisturbedNeighbours(ZeroCrossingInterval& interval) {
+        if (!interval.valid) {
+            for (ZeroCrossingInterval& before : held) before.valid = false;
+            invalidAhead = disturbanceGuardPeriods;
+        } else if (invalidAhead > 0) {
+            interval.valid = false;
+            --invalidAhead;
+        }
+    }
+
+    void emit(const ZeroCrossingInterval& interval) {
         pending.push_back(interval);
         history.push_back(interval);
         if (history.size() > config.historyLength) history.pop_front();
@@ -237,15 +278,24 @@ class ZeroCrossingDetector::Impl {
         // after the signal has stopped or changed, or has not caught up yet
         // after it started: crossings there are displaced.
         const double inPhaseGain = sumProduct / sumFundamental2;
+        // Near an amplitude step or a phase jump the filtered fundamental blends the signal before
+        // and after it: the signal then leads or lags the filtered fundamental, which shows as a
+        // component in quadrature (its sine of the phase offset), while the in-phase gain, the
+        // cosine, hardly moves. Such periods are displaced by degrees and are rejected.
+        const double quadratureShare =
+            sumQuadrature2 > 0.0 ? sumQuadratureProduct / std::sqrt(sumQuadrature2 * sumFundamental2) : 0.0;
         return std::sqrt(2.0) * fundamentalRms >= config.minimumAmplitude &&
                fundamentalRms >= config.minimumFundamentalShare * signalRms &&
-               std::fabs(inPhaseGain - 1.0) <= maximumInPhaseDeviation;
+               std::fabs(inPhaseGain - 1.0) <= maximumInPhaseDeviation &&
+               std::fabs(quadratureShare) <= maximumQuadratureShare;
     }
 
     void clearLevels() {
         sumProduct = 0.0;
         sumFundamental2 = 0.0;
         sumWideband2 = 0.0;
+        sumQuadrature2 = 0.0;
+        sumQuadratureProduct = 0.0;
         levelCount = 0;
     }
 
@@ -266,9 +316,13 @@ class ZeroCrossingDetector::Impl {
     double sumFundamental2 = 0.0;  // levels over the interval in progress
     double sumWideband2 = 0.0;
     double sumProduct = 0.0;  // filtered times wideband
+    double sumQuadrature2 = 0.0;
+    double sumQuadratureProduct = 0.0;  // quadrature of the filtered times wideband
     uint64_t levelCount = 0;
 
     std::vector<ZeroCrossingInterval> pending;
+    std::deque<ZeroCrossingInterval> held;  // closed, validity not final yet
+    size_t invalidAhead = 0;                // periods still to mark invalid after a disturbed one
     std::deque<ZeroCrossingInterval> history;
     double latestValidFrequency = 0.0;
 };

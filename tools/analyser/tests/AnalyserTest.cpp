@@ -77,8 +77,9 @@ TEST_F(SyntheticAnalysis, ReportsExactlyTheScriptedEventsWithTheirTiming) {
 }
 
 TEST_F(SyntheticAnalysis, CoversTheRecordingWithTenPeriodBlocks) {
-    // 10 s at 50 Hz is 50 blocks of 10 periods; the zero-crossing latency may hold back the last one.
-    EXPECT_GE(blocks, 49u);
+    // 10 s at 50 Hz is 50 blocks of 10 periods; the zero-crossing latency (about 0.25 s, with the
+    // periods held back to judge their neighbours) may hold back the last two.
+    EXPECT_GE(blocks, 48u);
     EXPECT_LE(blocks, 50u);
 }
 
