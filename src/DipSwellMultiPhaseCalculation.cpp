@@ -3,29 +3,6 @@
 #include <algorithm>
 #include <limits>
 
-namespace {
-
-// Carries the polyphase event of one direction (dip or swell) from value to value. `anyInEvent`:
-// some channel is in an event; `anyBeyond`: some channel lies beyond its start level now; `time`:
-// the time of the latest value. Returns true when the polyphase event ends with this value.
-bool trackPolyphaseEvent(PolyphaseEvent& event, bool anyInEvent, bool anyBeyond, double time) {
-    if (anyInEvent && !event.open) {
-        event = PolyphaseEvent{};
-        event.open = true;
-        event.startTime = time;
-    }
-    if (!event.open) return false;
-    // The time beyond the threshold counts the stretches in which at least one channel was beyond.
-    if (anyBeyond && !event.beyond) event.beyondSince = time;
-    if (!anyBeyond && event.beyond) event.timeBeyond += time - event.beyondSince;
-    event.beyond = anyBeyond;
-    if (anyInEvent) return false;
-    event.open = false;
-    return true;
-}
-
-}  // namespace
-
 void DipSwellMultiPhaseCalculation::reset() {
     for (DipSwellPhaseCalculation& phase : phases) phase.reset();
     dip = PolyphaseEvent{};
@@ -96,4 +73,24 @@ SwellResult DipSwellMultiPhaseCalculation::getSwellTotalResult() {
     }
     total.eventStarted = !wasOpen && swell.open;
     return total;
+}
+
+// Carries the polyphase event of one direction (dip or swell) from value to value. `anyInEvent`:
+// some channel is in an event; `anyBeyond`: some channel lies beyond its start level now; `time`:
+// the time of the latest value. Returns true when the polyphase event ends with this value.
+bool DipSwellMultiPhaseCalculation::trackPolyphaseEvent(PolyphaseEvent& event, bool anyInEvent, bool anyBeyond,
+                                                        double time) {
+    if (anyInEvent && !event.open) {
+        event = PolyphaseEvent{};
+        event.open = true;
+        event.startTime = time;
+    }
+    if (!event.open) return false;
+    // The time beyond the threshold counts the stretches in which at least one channel was beyond.
+    if (anyBeyond && !event.beyond) event.beyondSince = time;
+    if (!anyBeyond && event.beyond) event.timeBeyond += time - event.beyondSince;
+    event.beyond = anyBeyond;
+    if (anyInEvent) return false;
+    event.open = false;
+    return true;
 }

@@ -9,20 +9,6 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerEvents.h"
 
-// The open polyphase dip or swell of one kind of channel.
-struct PolyphaseEvent {
-    bool open = false;
-    double startTime = 0.0;
-    // Stretches in which at least one channel lay beyond its start level.
-    bool beyond = false;
-    double beyondSince = 0.0;
-    double timeBeyond = 0.0;
-    // Largest channel depth (dips) or highest maximum (swells) among the channel events ended so
-    // far, and for dips the residual voltage that goes with that depth.
-    double extreme = -std::numeric_limits<double>::infinity();
-    double extremeVoltage = std::numeric_limits<double>::infinity();
-};
-
 // A polyphase dip or swell begins when the first channel enters one and ends when the last
 // channel has left it. Its duration runs from that first start to that last end, its depth (or
 // maximum) is the most extreme of its channel events, and its time beyond the threshold counts
@@ -43,6 +29,22 @@ class TARNEL_API DipSwellMultiPhaseCalculation {
     SwellResult getSwellTotalResult();
 
   private:
+    // The open polyphase dip or swell.
+    struct PolyphaseEvent {
+        bool open = false;
+        double startTime = 0.0;
+        // Stretches in which at least one channel lay beyond its start level.
+        bool beyond = false;
+        double beyondSince = 0.0;
+        double timeBeyond = 0.0;
+        // Largest channel depth (dips) or highest maximum (swells) among the channel events ended
+        // so far, and for dips the residual voltage that goes with that depth.
+        double extreme = -std::numeric_limits<double>::infinity();
+        double extremeVoltage = std::numeric_limits<double>::infinity();
+    };
+
+    // Carries an event from value to value; true when it ends with this value.
+    static bool trackPolyphaseEvent(PolyphaseEvent& event, bool anyInEvent, bool anyBeyond, double time);
     double getLatestTime() const;
 
     PolyphaseEvent dip;
