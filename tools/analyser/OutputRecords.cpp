@@ -1,5 +1,6 @@
 #include "OutputRecords.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "tarnel/PowerGridConfig.h"
@@ -65,7 +66,7 @@ void Coverage::addBlock(const PowerResultsGeneral& r, double sampleRate) {
     ++blocks;
     if (!start) start = blockStart(r, sampleRate);
     end = r.endTime;
-    if (r.harmonicLength > 0) highestHarmonic = r.harmonicLength - 1;
+    if (r.harmonicLength > 0) highestHarmonic = std::max(highestHarmonic.value_or(0), r.harmonicLength - 1);
 }
 
 Record headerRecord(const SourceInfo& info, const RunFacts& facts, const Coverage& coverage) {
