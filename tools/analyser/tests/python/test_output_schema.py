@@ -84,13 +84,15 @@ def test_every_json_line_follows_the_schema(analysed):
 
 
 def test_pandas_reads_json_lines_in_the_recordings_units(analysed):
-    frame = pd.read_json(analysed["jsonl"], lines=True)
+    frame = pd.read_json(analysed["jsonl"], lines=True, precise_float=True)
     header = frame[frame.record == "header"].iloc[0]
     rate = analysed["rate"]
     assert header.sample_rate_Hz == rate  # every digit of the configuration's rate
     assert pd.Timestamp(header.start_time_utc) == analysed["start"]
 
     blocks = frame[frame.record == "block"]
+    # Full precision: pandas reads the very doubles that the lines hold.
+    assert blocks.t_end_s.tolist() == [b["t_end_s"] for b in of_kind(json_records(analysed), "block")]
     # Seconds from the first sample, to the last bit: the block's sample count at the sample rate.
     assert np.allclose(blocks.t_end_s - blocks.t_start_s, blocks.samples / rate, rtol=1e-12, atol=0)
     assert np.allclose(blocks.t_start_s, blocks.first_sample / rate, rtol=1e-12, atol=0)
