@@ -84,7 +84,7 @@ std::string formatUtc(int64_t nanosecondsSinceEpoch) {
     const unsigned day = dayOfYear - (153 * mp + 2) / 5 + 1, month = mp < 10 ? mp + 3 : mp - 9;
     const int64_t year = static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2);
     const int64_t seconds = rest / 1000000000LL;
-    char text[48];
+    char text[96];  // room for any 64-bit year, as the compiler counts it
     std::snprintf(text, sizeof text, "%04lld-%02u-%02uT%02lld:%02lld:%02lld.%09lldZ", static_cast<long long>(year),
                   month, day, static_cast<long long>(seconds / 3600), static_cast<long long>(seconds / 60 % 60),
                   static_cast<long long>(seconds % 60), static_cast<long long>(rest % 1000000000LL));
