@@ -3,7 +3,7 @@
 # cudart, cuFFT) is expected under /usr/local/cuda; without it the library is
 # built with the CPU backend only.
 set -euo pipefail
-packages=(build-essential cmake pkg-config libfftw3-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format)
+packages=(build-essential cmake pkg-config libfftw3-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3 python3-pip)
 missing=()
 for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
 if ((${#missing[@]})); then
@@ -11,5 +11,11 @@ if ((${#missing[@]})); then
     [[ $(id -u) -ne 0 ]] && SUDO="sudo"
     $SUDO apt-get update -qq
     DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${missing[@]}"
+fi
+# The analyser's output test reads the files with pandas and validates them with jsonschema.
+if ! python3 -c "import pandas, jsonschema, pytest" 2>/dev/null; then
+    # Debian's own Python accepts packages from PyPI only with the flag of the second form.
+    python3 -m pip install --quiet pandas jsonschema pytest 2>/dev/null ||
+        python3 -m pip install --quiet --user --break-system-packages pandas jsonschema pytest
 fi
 if [[ -x /usr/local/cuda/bin/nvcc ]]; then export PATH=/usr/local/cuda/bin:$PATH; fi

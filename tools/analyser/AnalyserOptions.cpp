@@ -61,9 +61,11 @@ RECORDING
 Options
   --backend auto|cpu|cuda   where to compute (default auto: CUDA when a GPU is present)
                             example: --backend cpu
-  --json FILE               write every block result, period value and event as JSON Lines
+  --json FILE               write the header, every block result, period value and event as
+                            JSON Lines (schema tarnel64.analysis/1, docs/output-format.md)
                             example: --json results.jsonl
-  --csv DIR                 write blocks.csv, periods.csv and events.csv into DIR
+  --csv DIR                 write the same as header.csv, channels.csv, blocks.csv,
+                            harmonics.csv, periods.csv and events.csv into DIR
                             example: --csv out
   --grid N                  grid type 0..7 instead of the one found from the channels
                             (0 one phase; 1 three phases star, three currents; 2 star, two

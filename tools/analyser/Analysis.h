@@ -6,6 +6,7 @@
 
 #include <deque>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "SignalSource.h"
@@ -36,6 +37,8 @@ class Analysis {
     size_t run();
     const char* backendName() const;
     unsigned periodsPerBlock() const { return blockPeriods; }
+    // "L1-L2-L3" or "L1-L3-L2"; empty while the rotation is not known.
+    const std::string& phaseOrder() const { return detectedPhaseOrder; }
 
   private:
     void configure();
@@ -65,6 +68,7 @@ class Analysis {
     size_t blocks = 0;     // collected
     size_t scheduled = 0;  // scheduled
     int lastProgress = -1;
+    std::string detectedPhaseOrder;
 };
 
 }  // namespace tarnel::analyser

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 namespace tarnel::analyser {
@@ -10,97 +12,129 @@ namespace {
 
 std::FILE* openForWriting(const std::string& path) {
     std::FILE* file = std::fopen(path.c_str(), "w");
-    if (file == nullptr) throw std::runtime_error(path + ": cannot be written");
+    if (file == nullptr) throw std::runtime_error(path + ": cannot be written (" + std::strerror(errno) + ")");
     return file;
+}
+
+void put(std::FILE* file, const std::string& line, const std::string& path) {
+    if (std::fputs(line.c_str(), file) < 0 || std::fputc('\n', file) == EOF)
+        throw std::runtime_error(path + ": write failed (" + std::strerror(errno) + ")");
+}
+
+void close(std::FILE*& file, const std::string& path) {
+    if (file == nullptr) return;
+    const bool failed = std::ferror(file) != 0;
+    const bool closeFailed = std::fclose(file) != 0;
+    file = nullptr;
+    if (failed || closeFailed) throw std::runtime_error(path + ": write failed");
 }
 
 }  // namespace
 
-JsonLinesWriter::JsonLinesWriter(const std::string& path) : file(openForWriting(path)) {}
-
-JsonLinesWriter::~JsonLinesWriter() { std::fclose(file); }
-
-void JsonLinesWriter::onBlock(const PowerResultsGeneral& r) {
-    std::fprintf(file, "{\"type\":\"block\",\"firstSample\":%llu,\"length\":%u,\"endTime\":%.6f,\"frequency\":%.6f",
-                 static_cast<unsigned long long>(r.firstSampleIndex), r.length, r.endTime, r.frequency);
-    if (r.phasesCount == 3)
-        std::fprintf(file, ",\"u2\":%.6g,\"u0\":%.6g", r.symmetricalComponents[2].voltageRatio,
-                     r.symmetricalComponents[0].voltageRatio);
-    std::fprintf(file, ",\"phases\":[");
-    for (unsigned p = 0; p < r.phasesCount; ++p) {
-        const PowerResultsPhase& ph = r.phases[p];
-        std::fprintf(file,
-                     "%s{\"rmsU\":%.6g,\"rmsI\":%.6g,\"rmsUL\":%.6g,\"fundamentalU\":%.6g,\"thdU\":%.6g,\"thdI\":%.6g,"
-                     "\"activePower\":%.6g,\"fundamentalReactivePower\":%.6g,\"apparentPower\":%.6g,"
-                     "\"powerFactor\":%.6g,\"displacementPowerFactor\":%.6g}",
-                     p ? "," : "", ph.rmsU, ph.rmsI, ph.rmsUL, ph.fundamentalU, ph.thdU.thd, ph.thdI.thd,
-                     ph.activePower, ph.fundamentalReactivePower, ph.apparentPower, ph.powerFactor,
-                     ph.displacementPowerFactor);
-    }
-    std::fprintf(file, "]}\n");
+void ResultFileWriter::onBlock(const PowerResultsGeneral& result) {
+    writeBlock(result, coverage.blocks);
+    coverage.addBlock(result, info.sampleRate);
 }
 
-void JsonLinesWriter::onPeriodValue(const PowerResultsPeriod* records, int phases) {
-    std::fprintf(file, "{\"type\":\"period\",\"time\":%.6f,\"frequency\":%.6f,\"valid\":%s,\"phases\":[",
-                 records[1].time, records[1].frequency, records[1].valid ? "true" : "false");
-    for (int p = 1; p <= phases; ++p) {
-        const PowerResultsPeriod& r = records[p];
-        std::fprintf(file, "%s{\"rmsU\":%.6g,\"rmsI\":%.6g,\"fundamentalU\":%.6g,\"activePower\":%.6g,\"angle\":%.6g}",
-                     p > 1 ? "," : "", r.rmsU, r.rmsI, r.fundamentalU, r.activePower, r.fundamentalPhaseAngle);
-    }
-    std::fprintf(file, "]}\n");
+void ResultFileWriter::onPeriodValue(const PowerResultsPeriod* records, int phases) {
+    writePeriod(records, phases, coverage.periods);
+    ++coverage.periods;
 }
 
-void JsonLinesWriter::writeEvents(const std::vector<PowerQualityEvent>& events) {
-    for (const PowerQualityEvent& e : events)
-        std::fprintf(file,
-                     "{\"type\":\"event\",\"event\":\"%s\",\"phases\":\"%s\",\"start\":%.6f,\"duration\":%.6f,"
-                     "\"voltage\":%.6g,\"depth\":%.6g}\n",
-                     e.kind.c_str(), e.phases.c_str(), e.start, e.duration, e.voltage, e.depth);
-}
-
-CsvWriter::CsvWriter(const std::string& folder_) : folder(folder_) {
-    ::mkdir(folder.c_str(), 0755);
-    blocks = openForWriting(folder + "/blocks.csv");
-    periods = openForWriting(folder + "/periods.csv");
-    std::fprintf(blocks,
-                 "first_sample,length,end_time,frequency,phase,rms_u,rms_i,rms_ul,fundamental_u,thd_u,thd_i,"
-                 "active_power,fundamental_reactive_power,apparent_power,power_factor,u2,u0\n");
-    std::fprintf(periods, "time,frequency,valid,phase,rms_u,rms_i,fundamental_u,active_power,angle\n");
-}
-
-CsvWriter::~CsvWriter() {
-    std::fclose(blocks);
-    std::fclose(periods);
-}
-
-void CsvWriter::onBlock(const PowerResultsGeneral& r) {
-    const double u2 = r.phasesCount == 3 ? r.symmetricalComponents[2].voltageRatio : 0.0;
-    const double u0 = r.phasesCount == 3 ? r.symmetricalComponents[0].voltageRatio : 0.0;
-    for (unsigned p = 0; p < r.phasesCount; ++p) {
-        const PowerResultsPhase& ph = r.phases[p];
-        std::fprintf(blocks, "%llu,%u,%.6f,%.6f,L%u,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g,%.6g\n",
-                     static_cast<unsigned long long>(r.firstSampleIndex), r.length, r.endTime, r.frequency, p + 1,
-                     ph.rmsU, ph.rmsI, ph.rmsUL, ph.fundamentalU, ph.thdU.thd, ph.thdI.thd, ph.activePower,
-                     ph.fundamentalReactivePower, ph.apparentPower, ph.powerFactor, u2, u0);
+JsonLinesWriter::JsonLinesWriter(const std::string& path_, const SourceInfo& info_)
+    : ResultFileWriter(info_), path(path_), file(openForWriting(path_)), body(std::tmpfile()) {
+    if (body == nullptr) {
+        std::fclose(file);
+        throw std::runtime_error(path + ": no temporary file for the results (" + std::strerror(errno) + ")");
     }
 }
 
-void CsvWriter::onPeriodValue(const PowerResultsPeriod* records, int phases) {
-    for (int p = 1; p <= phases; ++p) {
-        const PowerResultsPeriod& r = records[p];
-        std::fprintf(periods, "%.6f,%.6f,%d,L%d,%.6g,%.6g,%.6g,%.6g,%.6g\n", r.time, r.frequency, r.valid ? 1 : 0, p,
-                     r.rmsU, r.rmsI, r.fundamentalU, r.activePower, r.fundamentalPhaseAngle);
-    }
+JsonLinesWriter::~JsonLinesWriter() {
+    if (body) std::fclose(body);
+    if (file) std::fclose(file);
 }
 
-void CsvWriter::writeEvents(const std::vector<PowerQualityEvent>& events) {
-    std::FILE* file = openForWriting(folder + "/events.csv");
-    std::fprintf(file, "event,phases,start,duration,voltage,depth\n");
-    for (const PowerQualityEvent& e : events)
-        std::fprintf(file, "%s,%s,%.6f,%.6f,%.6g,%.6g\n", e.kind.c_str(), e.phases.c_str(), e.start, e.duration,
-                     e.voltage, e.depth);
-    std::fclose(file);
+void JsonLinesWriter::writeLine(std::FILE* out, const Record& record) { put(out, record.json(), path); }
+
+void JsonLinesWriter::writeBlock(const PowerResultsGeneral& r, size_t index) {
+    std::vector<Record> phases;
+    for (unsigned p = 0; p < r.phasesCount; ++p) phases.push_back(blockPhaseRecord(info, r, p, true));
+    writeLine(body, blockRecord(info, r, index).records("per_phase", std::move(phases)));
+}
+
+void JsonLinesWriter::writePeriod(const PowerResultsPeriod* records, int phaseCount, size_t index) {
+    std::vector<Record> phases;
+    for (int p = 1; p <= phaseCount; ++p) phases.push_back(periodPhaseRecord(info, records[p], p - 1));
+    writeLine(body, periodRecord(info, records, phaseCount, index).records("per_phase", std::move(phases)));
+}
+
+void JsonLinesWriter::finish(const RunFacts& facts) {
+    writeLine(file, headerRecord(info, facts, coverage));
+    std::rewind(body);
+    char buffer[1 << 16];
+    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, body)) > 0;)
+        if (std::fwrite(buffer, 1, n, file) != n) throw std::runtime_error(path + ": write failed");
+    if (std::ferror(body)) throw std::runtime_error(path + ": the temporary results could not be read back");
+    for (size_t k = 0; k < facts.events.size(); ++k)
+        writeLine(file, eventRecord(info, describeEvent(facts.events[k], info.nominalVoltage), k));
+    close(file, path);
+}
+
+// One CSV file whose columns are named by a prototype record.
+class CsvWriter::Table {
+  public:
+    Table(const std::string& path_, const Record& prototype) : path(path_), file(openForWriting(path_)) {
+        put(file, prototype.csvHeader(), path);
+    }
+    ~Table() {
+        if (file) std::fclose(file);
+    }
+    void add(const Record& record) { put(file, record.csvRow(), path); }
+    void close() { analyser::close(file, path); }
+
+  private:
+    std::string path;
+    std::FILE* file;
+};
+
+CsvWriter::CsvWriter(const std::string& folder_, const SourceInfo& info_) : ResultFileWriter(info_), folder(folder_) {
+    if (::mkdir(folder.c_str(), 0755) != 0 && errno != EEXIST)
+        throw std::runtime_error(folder + ": cannot create the folder (" + std::strerror(errno) + ")");
+    blocks = std::make_unique<Table>(folder + "/blocks.csv", blockPrototype(info));
+    harmonics = std::make_unique<Table>(folder + "/harmonics.csv", harmonicPrototype(info));
+    periods = std::make_unique<Table>(folder + "/periods.csv", periodPrototype(info));
+}
+
+CsvWriter::~CsvWriter() = default;
+
+void CsvWriter::writeBlock(const PowerResultsGeneral& r, size_t index) {
+    const Record block = blockRecord(info, r, index);
+    for (unsigned p = 0; p < r.phasesCount; ++p) blocks->add(Record(block).append(blockPhaseRecord(info, r, p, false)));
+    for (const Record& row : harmonicRecords(info, r, index)) harmonics->add(row);
+}
+
+void CsvWriter::writePeriod(const PowerResultsPeriod* records, int phaseCount, size_t index) {
+    const Record period = periodRecord(info, records, phaseCount, index);
+    for (int p = 1; p <= phaseCount; ++p)
+        periods->add(Record(period).append(periodPhaseRecord(info, records[p], p - 1)));
+}
+
+void CsvWriter::finish(const RunFacts& facts) {
+    blocks->close();
+    harmonics->close();
+    periods->close();
+    const Record header = headerRecord(info, facts, coverage);
+    Table headerTable(folder + "/header.csv", header);
+    headerTable.add(header);
+    headerTable.close();
+    const std::vector<Record> channelList = channelRecords(info);
+    Table channels(folder + "/channels.csv", channelList.empty() ? Record() : channelList.front());
+    for (const Record& channel : channelList) channels.add(channel);
+    channels.close();
+    Table events(folder + "/events.csv", eventPrototype(info));
+    for (size_t k = 0; k < facts.events.size(); ++k)
+        events.add(eventRecord(info, describeEvent(facts.events[k], info.nominalVoltage), k));
+    events.close();
 }
 
 }  // namespace tarnel::analyser

@@ -46,6 +46,7 @@ class RecordingSource final : public SignalSource {
         buffered = readInterleaved(kChunk);
         if (buffered == 0) throw std::runtime_error(options.input + ": the recording holds no samples");
         info_.nominalVoltage = map.nominalVoltage.value_or(nominalFromLevel(firstChunkRms()));
+        info_.nominalVoltageEstimated = !map.nominalVoltage;
     }
 
     const SourceInfo& info() const override { return info_; }
@@ -71,11 +72,16 @@ class RecordingSource final : public SignalSource {
   private:
     void fillInfo(const RecordingMetadata& meta) {
         info_.description = meta.fileName + " (" + meta.format + ")";
+        info_.sourceFile = meta.fileName;
+        info_.format = meta.format;
+        info_.startUtcNanoseconds = meta.startUtcNanoseconds;
+        info_.startTimeZoneStated = meta.startTimeZoneStated;
         info_.sampleRate = meta.uniformSampleRate();
         info_.totalSamples = meta.totalSamples;
         info_.gridType = map.gridType;
         info_.nominalFrequency =
             map.nominalFrequency.value_or(meta.nominalFrequency > 0.0 ? meta.nominalFrequency : 50.0);
+        info_.nominalFrequencyEstimated = !map.nominalFrequency && !(meta.nominalFrequency > 0.0);
         for (size_t c : map.voltages) info_.voltages.push_back({meta.channels[c].name, "V"});
         for (size_t c : map.currents) info_.currents.push_back({meta.channels[c].name, "A"});
     }

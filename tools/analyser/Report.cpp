@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+
+#include "EventRow.h"
 
 namespace tarnel::analyser {
 
@@ -147,13 +150,26 @@ void Report::printPowers(std::FILE* out) const {
 
 void Report::printEvents(std::FILE* out) const {
     const std::vector<PowerQualityEvent> list = eventCollector.events();
-    std::fprintf(out, "\nEvents (%zu)\n", list.size());
+    std::fprintf(out, "\nEvents (%zu; %% of nominal)\n", list.size());
     if (list.empty()) return;
-    std::fprintf(out, "  %-6s %-10s %10s %10s %12s %10s\n", "event", "phases", "start [s]", "duration", "voltage [V]",
-                 "depth %");
-    for (const PowerQualityEvent& e : list)
-        std::fprintf(out, "  %-6s %-10s %10.3f %10.3f %12.2f %10.2f\n", e.kind.c_str(), e.phases.c_str(), e.start,
-                     e.duration, e.voltage, e.depth);
+    // The columns of the events in the output files, in their order.
+    std::fprintf(out, "  %-12s %-9s %9s %9s %9s %10s %7s %10s %7s %7s %9s %7s\n", "kind", "phases", "start [s]",
+                 "end [s]", "dur. [s]", "extreme[V]", "extr.%", "resid.[V]", "resid.%", "depth%", "step [V]", "step %");
+    auto value = [](std::optional<double> v, const char* format) {
+        char text[32] = "-";
+        if (v) std::snprintf(text, sizeof text, format, *v);
+        return std::string(text);
+    };
+    for (const PowerQualityEvent& event : list) {
+        const EventRow e = describeEvent(event, info.nominalVoltage);
+        std::string phases;
+        for (const std::string& p : e.phases) phases += (phases.empty() ? "" : " ") + p;
+        std::fprintf(out, "  %-12s %-9s %9.4f %9s %9s %10.2f %7.2f %10s %7s %7s %9s %7s\n", e.kind.c_str(),
+                     phases.c_str(), e.start, e.ongoing ? "ongoing" : value(e.end, "%.4f").c_str(),
+                     value(e.duration, "%.4f").c_str(), e.extreme, e.extremePercent, value(e.residual, "%.2f").c_str(),
+                     value(e.residualPercent, "%.2f").c_str(), value(e.depthPercent, "%.2f").c_str(),
+                     value(e.step, "%.2f").c_str(), value(e.stepPercent, "%.2f").c_str());
+    }
 }
 
 void Report::print(std::FILE* out, const char* backend, unsigned periodsPerBlock) const {

@@ -25,6 +25,7 @@ struct PowerQualityEvent {
     double duration = 0.0;
     double voltage = 0.0;  // residual (dip), maximum (swell), steady change (rvc)
     double depth = 0.0;    // percent of nominal (dip), of nominal rise (swell), delta U max (rvc)
+    bool ongoing = false;  // still in progress when the recording ended: no end, no duration
 };
 
 // Turns the detector results of one period value into events.

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,12 +17,19 @@ struct SourceChannel {
 
 struct SourceInfo {
     std::string description;  // file name or "built-in synthetic recording"
+    std::string sourceFile;   // the recording's path as given; empty for the synthetic recording
+    std::string format;       // e.g. "COMTRADE 1999 ASCII"; empty for the synthetic recording
+    // The first sample's time in nanoseconds since 1970-01-01 UTC; empty when the recording has none.
+    std::optional<int64_t> startUtcNanoseconds;
+    bool startTimeZoneStated = false;  // false: the recorded clock time was taken as UTC
     double sampleRate = 0.0;
     uint64_t totalSamples = 0;  // 0 when unknown
     int gridType = 0;           // PowerGridConfigType
     double nominalVoltage = 230.0;
     double nominalFrequency = 50.0;
-    std::vector<SourceChannel> voltages;  // in phase order, as the grid expects them
+    bool nominalVoltageEstimated = false;    // not given: derived from the recording
+    bool nominalFrequencyEstimated = false;  // neither given nor stated by the recording
+    std::vector<SourceChannel> voltages;     // in phase order, as the grid expects them
     std::vector<SourceChannel> currents;
 };
 

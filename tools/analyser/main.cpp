@@ -30,8 +30,9 @@ int analyse(const AnalyserOptions& options) {
     std::unique_ptr<JsonLinesWriter> json;
     std::unique_ptr<CsvWriter> csv;
     std::vector<ResultSink*> sinks = {&report};
-    if (!options.jsonPath.empty()) sinks.push_back((json = std::make_unique<JsonLinesWriter>(options.jsonPath)).get());
-    if (!options.csvFolder.empty()) sinks.push_back((csv = std::make_unique<CsvWriter>(options.csvFolder)).get());
+    if (!options.jsonPath.empty())
+        sinks.push_back((json = std::make_unique<JsonLinesWriter>(options.jsonPath, info)).get());
+    if (!options.csvFolder.empty()) sinks.push_back((csv = std::make_unique<CsvWriter>(options.csvFolder, info)).get());
     AnalysisSettings settings;
     settings.backend = options.backend;
     const bool longRecording = static_cast<double>(info.totalSamples) > 30.0 * info.sampleRate;
@@ -40,8 +41,9 @@ int analyse(const AnalyserOptions& options) {
     if (analysis.run() == 0)
         throw std::runtime_error(info.description + ": the recording is shorter than one block of " +
                                  std::to_string(analysis.periodsPerBlock()) + " periods");
-    if (json) json->writeEvents(report.events());
-    if (csv) csv->writeEvents(report.events());
+    const RunFacts facts{analysis.backendName(), analysis.periodsPerBlock(), analysis.phaseOrder(), report.events()};
+    if (json) json->finish(facts);
+    if (csv) csv->finish(facts);
     report.print(stdout, analysis.backendName(), analysis.periodsPerBlock());
     return 0;
 }

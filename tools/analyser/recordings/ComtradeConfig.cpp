@@ -44,7 +44,8 @@ class ConfigParser {
         parseDateTime("trigger time");
         config.dataType = parseDataType();
         config.timestampUnit = (nanoseconds ? 1e-9 : 1e-6) * parseTimeMultiplier();
-        // Time codes and time quality (2013) do not matter to the analysis.
+        // The time code places the start time in UTC; time quality does not matter to the analysis.
+        if (config.revision == 2013) config.timeCode = parseTimeCode();
         return config;
     }
 
@@ -190,6 +191,12 @@ class ConfigParser {
         current = line;
         const double multiplier = number(splitFields(current, ',')[0], "time multiplier");
         return multiplier > 0.0 ? multiplier : 1.0;
+    }
+
+    std::string parseTimeCode() {
+        std::string line;
+        if (!lines.next(line)) return {};
+        return std::string(splitFields(line, ',')[0]);
     }
 
     LineReader lines;

@@ -41,6 +41,7 @@ struct ComtradeConfig {
     double lineFrequency = 0.0;
     std::vector<ComtradeRate> rates;  // at least one
     std::string startTime;
+    std::string timeCode;  // 2013: how far the recorded clock is ahead of UTC ("+9", "-5h30"); empty before
     ComtradeDataType dataType = ComtradeDataType::Ascii;
     double timestampUnit = 1e-6;  // seconds per count of the data's time field, multiplier included
 

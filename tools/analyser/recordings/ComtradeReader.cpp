@@ -4,6 +4,7 @@
 #include <cmath>
 #include <sstream>
 
+#include "recordings/ComtradeStartTime.h"
 #include "recordings/RecordingError.h"
 #include "recordings/Units.h"
 
@@ -31,6 +32,10 @@ ComtradeReader::ComtradeReader(const std::string& path, const RecordingOptions& 
     meta.fileName = path;
     meta.format = "COMTRADE " + std::to_string(config.revision) + " " + dataTypeName(config.dataType);
     meta.startTime = config.startTime;
+    if (const auto start = comtradeStartTime(config.startTime, config.revision, config.timeCode)) {
+        meta.startUtcNanoseconds = start->utcNanoseconds;
+        meta.startTimeZoneStated = start->zoneStated;
+    }
     meta.nominalFrequency = config.lineFrequency;
     describeChannels(options.secondary);
     describeSections(options);

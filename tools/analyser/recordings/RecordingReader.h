@@ -31,10 +31,13 @@ struct SampleSection {
 };
 
 struct RecordingMetadata {
-    std::string fileName;           // as given by the caller, for messages
-    std::string format;             // e.g. "COMTRADE 1999 ASCII", "CSV", "WAV 16-bit PCM"
-    std::string startTime;          // as recorded; empty when the format has none
-    double nominalFrequency = 0.0;  // 0 when the recording does not say
+    std::string fileName;   // as given by the caller, for messages
+    std::string format;     // e.g. "COMTRADE 1999 ASCII", "CSV", "WAV 16-bit PCM"
+    std::string startTime;  // as recorded; empty when the format has none
+    // The first sample's time in nanoseconds since 1970-01-01 UTC; empty when unknown.
+    std::optional<int64_t> startUtcNanoseconds;
+    bool startTimeZoneStated = false;  // false: the recorded clock time was taken as UTC
+    double nominalFrequency = 0.0;     // 0 when the recording does not say
     std::vector<ChannelInfo> channels;
     std::vector<SampleSection> sections;  // at least one
     uint64_t totalSamples = 0;

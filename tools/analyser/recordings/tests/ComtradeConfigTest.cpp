@@ -66,6 +66,7 @@ TEST(ComtradeConfig, TakesTheTimestampUnitFromTheStartTimeAndMultiplier) {
     EXPECT_EQ(config.dataType, ComtradeDataType::Float32);
     EXPECT_DOUBLE_EQ(config.timestampUnit, 2.5e-9);
     EXPECT_EQ(config.rates[0].sampleRate, 0.0);  // nrates 0: timing from the time stamps
+    EXPECT_EQ(config.timeCode, "+9");
 }
 
 struct Malformed {
