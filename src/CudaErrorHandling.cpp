@@ -8,6 +8,7 @@ GpuException::~GpuException() = default;
 
 namespace tarnel {
 
+#if !defined(TARNEL_WITH_CUDA)
 namespace {
 
 // The texts the CUDA runtime gives for the codes the CPU backend raises (it
@@ -48,6 +49,7 @@ const char* cpuBuildErrorText(int code) {
 }
 
 }  // namespace
+#endif
 
 const char* deviceErrorString(int code) {
 #if defined(TARNEL_WITH_CUDA)
