@@ -387,7 +387,9 @@ class Session {
     // effect with the update.
     void bufferLength() {
         const int length = in.pick(kBufferLengths);
-        if (kAvoidKnownIssues && length < 1) return;
+        // At the default rate of 1 Hz a ring of samples spans hours: the
+        // rebuild sizes result tables for all of it.
+        if (kAvoidKnownIssues && (length < 1 || sampleRate < 1000.0)) return;
         const int status = setBufferLength(module, length);
         if (status == TARNEL_SUCCESS) {
             if (openUpdates > 0)
