@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Installs what the build needs on a Debian machine. The CUDA toolkit (nvcc,
 # cudart, cuFFT) is expected under /usr/local/cuda; without it the library is
-# built with the CPU backend only.
+# built with the CPU backend only. clang and its fuzzer runtime build the
+# fuzz harnesses.
 set -euo pipefail
-packages=(build-essential cmake pkg-config libfftw3-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format python3 python3-pip)
+packages=(build-essential cmake pkg-config libfftw3-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format
+    clang libclang-rt-dev python3 python3-pip)
 missing=()
 for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
 if ((${#missing[@]})); then

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the library with every warning an error and runs the whole test suite,
-# then runs it again under the address/undefined-behaviour and thread sanitizers.
+# then runs it again under the address/undefined-behaviour and thread sanitizers,
+# then fuzzes the C interface and the recording readers briefly (with clang).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/install-deps.sh
@@ -20,3 +21,13 @@ for sanitizer in "address,undefined" thread; do
     UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 TSAN_OPTIONS=halt_on_error=1 \
         ctest --test-dir "$dir" --output-on-failure -j"$jobs"
 done
+
+# The fuzz harnesses need clang and its fuzzer runtime; CMake skips them without.
+if command -v clang++ >/dev/null 2>&1; then
+    cmake -S . -B build-fuzz -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+        -DTARNEL_WITH_CUDA=OFF -DTARNEL_BUILD_TESTS=OFF -DTARNEL_BUILD_BENCHMARKS=OFF -DTARNEL_BUILD_FUZZERS=ON \
+        -DTARNEL_WARNINGS_AS_ERRORS=ON
+    cmake --build build-fuzz -j"$jobs" --target tarnel_fuzzers
+    ctest --test-dir build-fuzz --output-on-failure -j"$jobs"  # every seed once
+    bash scripts/fuzz.sh build-fuzz "${TARNEL_FUZZ_SECONDS:-25}"
+fi

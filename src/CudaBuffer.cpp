@@ -249,11 +249,13 @@ void GpuBuffer<T>::copySegmentFromDeviceToHost(size_t start, size_t count, CUstr
     copySegment(start, count, stream, false);
 }
 
-template class GpuBuffer<float>;
-template class GpuBuffer<double>;
-template class GpuBuffer<float2>;
-template class GpuBuffer<double2>;
-template class GpuBuffer<PowerResultsGeneral>;
-template class GpuBuffer<PowerResultsPeriod>;
-template class GpuBuffer<PowerResultsThd>;
-template class GpuBuffer<RvcResult>;
+// The element types are plain records without visibility of their own, which
+// would hide the instantiations over them; each is exported explicitly.
+template class TARNEL_API GpuBuffer<float>;
+template class TARNEL_API GpuBuffer<double>;
+template class TARNEL_API GpuBuffer<float2>;
+template class TARNEL_API GpuBuffer<double2>;
+template class TARNEL_API GpuBuffer<PowerResultsGeneral>;
+template class TARNEL_API GpuBuffer<PowerResultsPeriod>;
+template class TARNEL_API GpuBuffer<PowerResultsThd>;
+template class TARNEL_API GpuBuffer<RvcResult>;

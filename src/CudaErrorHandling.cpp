@@ -1,12 +1,19 @@
 #include "tarnel/CudaErrorHandling.h"
 
+#if defined(TARNEL_WITH_CUDA)
+#include "backends/cuda/CudaBackend.h"
+#endif
+
 GpuException::~GpuException() = default;
 
 namespace tarnel {
 
-const char* deviceErrorString(int code) {
-    // The texts the CUDA runtime gives for the codes this library can meet;
-    // the CPU backend raises the same codes for the same conditions.
+#if !defined(TARNEL_WITH_CUDA)
+namespace {
+
+// The texts the CUDA runtime gives for the codes the CPU backend raises (it
+// raises the same codes for the same conditions), for builds without CUDA.
+const char* cpuBuildErrorText(int code) {
     switch (code) {
         case 0:
             return "no error";
@@ -39,6 +46,18 @@ const char* deviceErrorString(int code) {
         default:
             return "unrecognized error code";
     }
+}
+
+}  // namespace
+#endif
+
+const char* deviceErrorString(int code) {
+#if defined(TARNEL_WITH_CUDA)
+    // The runtime knows every code a device can raise, and needs no device for the text.
+    return cudaRuntimeErrorText(code);
+#else
+    return cpuBuildErrorText(code);
+#endif
 }
 
 const char* cufftErrorText(int result) {

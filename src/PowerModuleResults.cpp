@@ -6,6 +6,7 @@
 
 #include "PowerModuleImpl.h"
 #include "PowerQuantities.h"
+#include "kernels/KernelMath.h"
 #include "tarnel/PowerSymmetricalComponents.h"
 
 bool PowerModule::PowerModuleImpl::isAnyResultReady() {
@@ -226,4 +227,8 @@ void PowerModule::PowerModuleImpl::fillClarkePark(PowerResultsGeneral& record, s
         for (int k = 0; k < 3 && u != nullptr; ++k) record.parkU[k] = u[k];
         for (int k = 0; k < 3 && current && i != nullptr; ++k) record.parkI[k] = i[k];
     }
+}
+
+double PowerModule::PowerModuleImpl::rad2deg(double radians) {
+    return tarnel::wrapDegrees(radians * tarnel::kDegreesPerRadian);
 }

@@ -13,6 +13,8 @@
 #include "device/Backend.h"
 #include "tarnel/CudaErrorHandling.h"
 #include "tarnel/GpuBuffer.h"
+#include "tarnel/PowerResults.h"
+#include "tarnel/VectorTypes.h"
 
 namespace {
 
@@ -195,4 +197,36 @@ TEST(GpuBufferTest, AllocationBeyondTheDeviceLeavesNoArray) {
 
     buffer.resize(1000);  // the failed request took nothing from the device
     EXPECT_TRUE(buffer.getDeviceBuffer(0) != nullptr && buffer.getHostBuffer(0) != nullptr);
+}
+
+// Every element type the library instantiates links from outside it, and
+// steps through its arrays by its own size: a block of rows round-trips
+// through the device byte for byte.
+template <typename T>
+class GpuBufferElementTest : public ::testing::Test {};
+using ElementTypes = ::testing::Types<float, double, float2, double2, PowerResultsGeneral, PowerResultsPeriod,
+                                      PowerResultsThd, RvcResult>;
+TYPED_TEST_SUITE(GpuBufferElementTest, ElementTypes);
+
+TYPED_TEST(GpuBufferElementTest, RowsRoundTripThroughTheDevice) {
+    Device d;
+    GpuBuffer<TypeParam> buffer(2, true, d.backend);
+    buffer.addItems(0, 2, Copy::Bidirectional);
+    buffer.resize(3);
+    TypeParam* host = buffer.getHostBuffer(0);
+    ASSERT_TRUE(host != nullptr && buffer.getDeviceBuffer(0) != nullptr);
+    EXPECT_EQ(buffer.getHostBuffer(1), host + 3);
+    EXPECT_EQ(buffer.getHostBufferAt(2, 1, 1), host + 5);
+    auto* bytes = reinterpret_cast<unsigned char*>(host);
+    const size_t size = 6 * sizeof(TypeParam);
+    for (size_t k = 0; k < size; ++k) bytes[k] = static_cast<unsigned char>(k * 7 + 1);
+    buffer.copyFromHostToDevice(0, 3, d.stream);
+    d.sync();
+    buffer.memsetToZeroOnHost();
+    buffer.copyFromDeviceToHost(1, 1, d.stream);  // row 1 only: elements 2 and 3
+    d.sync();
+    for (size_t k = 0; k < size; ++k) {
+        const bool copied = k >= 2 * sizeof(TypeParam) && k < 4 * sizeof(TypeParam);
+        ASSERT_EQ(bytes[k], copied ? static_cast<unsigned char>(k * 7 + 1) : 0) << "byte " << k;
+    }
 }

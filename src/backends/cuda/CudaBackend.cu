@@ -121,4 +121,6 @@ bool cudaBackendHasDevice() {
 
 std::shared_ptr<Backend> createCudaBackend() { return std::make_shared<CudaBackend>(); }
 
+const char* cudaRuntimeErrorText(int code) { return cudaGetErrorString(static_cast<cudaError_t>(code)); }
+
 }  // namespace tarnel

@@ -1,4 +1,4 @@
-// The CUDA backend, reached only through these two functions so that builds
+// The CUDA backend, reached only through these functions so that builds
 // without the CUDA toolkit simply leave it out.
 #pragma once
 
@@ -12,5 +12,7 @@ namespace tarnel {
 bool cudaBackendHasDevice();
 // The backend for the current device; call only when cudaBackendHasDevice().
 std::shared_ptr<Backend> createCudaBackend();
+// The runtime's own text for an error code; needs no device.
+const char* cudaRuntimeErrorText(int code);
 
 }  // namespace tarnel
