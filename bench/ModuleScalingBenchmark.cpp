@@ -1,0 +1,213 @@
+// Many modules in one process: 1, 4, 16, 64 and 256 modules of the reference
+// configuration (three phases with star voltages and three currents,
+// line-to-line results, interharmonics and THD, fs = 51200 Hz, static 50 Hz,
+// 10-period blocks of 10240 samples, harmonics up to order 50; CPU backend,
+// measured FFTW plans), each driven by a control thread of its own that
+// writes, schedules and collects blocks with up to three in flight.
+//
+// For every module count it prints the aggregate wall time per block (the
+// measuring window divided by the blocks all modules completed in it), blocks
+// per second, and real-time streams (how many modules of 0.2 s blocks the
+// process keeps up with), beside the single-core FFTW floor measured right
+// before (the nine 16384-point transforms of a block, FFTW_MEASURE, median of
+// single runs). Then the latency of one block of a lone module when its
+// caller waits for it. The sweep is repeated and the medians are printed.
+//
+//   ./tarnel_module_scaling_benchmark [sweeps [seconds per window [threads]]]
+#include <fftw3.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "tarnel/DeviceBackend.h"
+#include "tarnel/PowerModule.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr double kSampleRate = 51200.0;
+constexpr double kFrequency = 50.0;
+constexpr unsigned kBlock = 10240;           // 10 periods of 50 Hz
+constexpr unsigned long long kRing = 51200;  // 1 s: five blocks, a whole number of periods
+constexpr double kBlockSeconds = kBlock / kSampleRate;
+constexpr int kInFlight = 3;
+constexpr int kModuleCounts[] = {1, 4, 16, 64, 256};
+
+double median(std::vector<double> v) {
+    std::sort(v.begin(), v.end());
+    return v.empty() ? 0.0 : v[v.size() / 2];
+}
+
+// A module of the reference configuration whose sample ring holds a distorted
+// three-phase signal that continues across the ring's end.
+class ModuleHarness {
+  public:
+    ModuleHarness() : module(BackendOptions{BackendKind::Cpu, 0, true}) {
+        module.beginUpdate();
+        module.setGridConfigType(ThreePhaseStarThreeCurrents);
+        module.setLineToLineResultsEnabled(true);
+        module.setInterHarmonicsEnabled(true);
+        module.setThdEnabled(true);
+        module.setSampleRate(kSampleRate, 1);
+        module.setStaticFrequency(kFrequency, 0.1);
+        module.setHighestRequestedHarmonic(50);
+        module.setBufferLength(kRing);
+        module.endUpdate();
+        module.reset(0);
+        for (unsigned char p = 0; p < 3; ++p) {
+            float* u = nullptr;
+            float* i = nullptr;
+            module.getWaveformBufferUInput(p, &u);
+            module.getWaveformBufferI(p, &i);
+            for (unsigned long long n = 0; n < kRing; ++n) {
+                const double a = 2.0 * M_PI * kFrequency * static_cast<double>(n) / kSampleRate - p * 2.0 * M_PI / 3.0;
+                u[n] = static_cast<float>(230.0 * std::sqrt(2.0) * (std::sin(a) + 0.05 * std::sin(3.0 * a)));
+                i[n] = static_cast<float>(10.0 * std::sqrt(2.0) * std::sin(a - M_PI / 6.0));
+            }
+        }
+    }
+
+    // The control thread's loop: write and schedule a block, collect what is
+    // ready, wait while more than kInFlight blocks are outstanding. Between
+    // polls it sleeps 200 us, doubling up to 1.6 ms while nothing comes (256
+    // threads polling every 200 us would take the cores from the calculations).
+    void drive(const std::atomic<bool>& stop, std::atomic<long>& collected) {
+        while (!stop.load(std::memory_order_relaxed)) {
+            module.writeSamples(kBlock);
+            module.scheduleForCalculation(next, static_cast<int>(kBlock), kFrequency);
+            next += kBlock;
+            ++inFlight;
+            collectWhile([this] { return inFlight > kInFlight; }, collected);
+        }
+        collectWhile([this] { return inFlight > 0; }, collected);
+    }
+
+    // Wall time of one block when the caller waits for it: write, schedule,
+    // wait for the device, collect.
+    double waitedBlockSeconds() {
+        const auto begin = Clock::now();
+        module.writeSamples(kBlock);
+        module.scheduleForCalculation(next, static_cast<int>(kBlock), kFrequency);
+        next += kBlock;
+        module.sync();
+        const std::vector<PowerResultsGeneral> results = module.getResults(0);
+        const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+        if (results.size() != 1 || !(results[0].phases[0].rmsU > 200.0)) std::abort();
+        return seconds;
+    }
+
+  private:
+    template <typename Condition>
+    void collectWhile(Condition outstanding, std::atomic<long>& collected) {
+        auto pause = std::chrono::microseconds(200);
+        for (;;) {
+            if (module.isAnyResultReady()) {
+                const std::vector<PowerResultsGeneral> results = module.getResults(0);
+                for (const PowerResultsGeneral& r : results) {
+                    if (!(r.phases[0].rmsU > 200.0)) std::abort();  // a wrong result ends the run
+                }
+                inFlight -= static_cast<int>(results.size());
+                collected.fetch_add(static_cast<long>(results.size()), std::memory_order_relaxed);
+                pause = std::chrono::microseconds(200);
+                continue;
+            }
+            if (!outstanding()) return;
+            std::this_thread::sleep_for(pause);
+            pause = std::min(pause * 2, std::chrono::microseconds(1600));
+        }
+    }
+
+    PowerModule module;
+    unsigned long long next = 0;
+    int inFlight = 0;
+};
+
+// The single-core FFTW floor, as fft_floor.c of the shared benchmarks measures
+// it: 9 x real-to-complex 16384, FFTW_MEASURE, median of single executions.
+double fftFloorSeconds(int repetitions) {
+    int n = 16384;
+    const int batch = 9;
+    float* in = fftwf_alloc_real(static_cast<size_t>(n) * batch);
+    fftwf_complex* out = fftwf_alloc_complex(static_cast<size_t>(n / 2 + 1) * batch);
+    fftwf_plan plan =
+        fftwf_plan_many_dft_r2c(1, &n, batch, in, nullptr, 1, n, out, nullptr, 1, n / 2 + 1, FFTW_MEASURE);
+    for (int i = 0; i < n * batch; i++) in[i] = static_cast<float>((i * 7919) % 1000) / 1000.0f;
+    std::vector<double> times;
+    for (int r = 0; r < repetitions; ++r) {
+        const auto begin = Clock::now();
+        fftwf_execute(plan);
+        times.push_back(std::chrono::duration<double>(Clock::now() - begin).count());
+    }
+    fftwf_destroy_plan(plan);
+    fftwf_free(in);
+    fftwf_free(out);
+    return median(times);
+}
+
+// Aggregate seconds per block of `modules` modules, each on a control
+// thread of its own, over a window of `seconds` after a warm-up.
+double aggregateSecondsPerBlock(std::vector<std::unique_ptr<ModuleHarness>>& modules, double seconds) {
+    std::atomic<bool> stop{false};
+    std::atomic<long> collected{0};
+    std::vector<std::thread> controls;
+    for (auto& module : modules) controls.emplace_back([&] { module->drive(stop, collected); });
+    std::this_thread::sleep_for(std::chrono::duration<double>(std::min(1.0, seconds / 2)));
+    const long before = collected.load();
+    const auto begin = Clock::now();
+    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    const long blocks = collected.load() - before;
+    const double window = std::chrono::duration<double>(Clock::now() - begin).count();
+    stop = true;
+    for (auto& control : controls) control.join();
+    return blocks > 0 ? window / static_cast<double>(blocks) : 0.0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int sweeps = argc > 1 ? std::atoi(argv[1]) : 3;
+    const double seconds = argc > 2 ? std::atof(argv[2]) : 3.0;
+    if (argc > 3) tarnel::setCpuWorkerThreadCount(std::atoi(argv[3]));
+    std::printf("CPU worker threads: %d; %d sweeps, %.1f s per window\n", tarnel::cpuWorkerThreadCount(), sweeps,
+                seconds);
+    std::vector<std::unique_ptr<ModuleHarness>> modules;
+    std::map<int, std::vector<double>> perBlock, floorBeside;
+    std::vector<double> latency;
+    for (int sweep = 0; sweep < sweeps; ++sweep) {
+        for (int count : kModuleCounts) {
+            while (static_cast<int>(modules.size()) < count) modules.push_back(std::make_unique<ModuleHarness>());
+            std::vector<std::unique_ptr<ModuleHarness>> used(count);
+            std::move(modules.begin(), modules.begin() + count, used.begin());
+            floorBeside[count].push_back(fftFloorSeconds(400));
+            perBlock[count].push_back(aggregateSecondsPerBlock(used, seconds));
+            std::move(used.begin(), used.end(), modules.begin());
+            const double block = perBlock[count].back(), fft = floorBeside[count].back();
+            std::printf("sweep %d, %3d modules: %7.1f us per block (aggregate), FFTW floor %6.1f us, ratio %.2f\n",
+                        sweep + 1, count, block * 1e6, fft * 1e6, block / fft);
+            std::fflush(stdout);
+        }
+        for (int k = 0; k < 200; ++k) latency.push_back(modules[0]->waitedBlockSeconds());
+    }
+    std::printf("\nMedians of %d sweeps:\n", sweeps);
+    std::printf("%8s %12s %12s %10s %12s %12s %10s\n", "modules", "us/block", "blocks/s", "real-time", "FFTW floor",
+                "block/floor", "vs best");
+    double best = 1e9;
+    for (int count : kModuleCounts) best = std::min(best, median(perBlock[count]));
+    for (int count : kModuleCounts) {
+        const double block = median(perBlock[count]), fft = median(floorBeside[count]);
+        std::printf("%8d %12.1f %12.1f %10.1f %10.1f us %12.2f %+9.1f %%\n", count, block * 1e6, 1.0 / block,
+                    kBlockSeconds / block, fft * 1e6, block / fft, 100.0 * (block / best - 1.0));
+    }
+    std::printf("one module, caller waiting for each block: %.1f us (median of %zu)\n", median(latency) * 1e6,
+                latency.size());
+    return 0;
+}
