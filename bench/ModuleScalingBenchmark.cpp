@@ -13,8 +13,14 @@
 // single runs). Then the latency of one block of a lone module when its
 // caller waits for it. The sweep is repeated and the medians are printed.
 //
-//   ./tarnel_module_scaling_benchmark [sweeps [seconds per window [threads]]]
+// On a shared machine the wall time per block follows the processor share
+// the process gets from other tenants; the processor time the process spends
+// per block does not, so it is printed too, with half of it (the wall time
+// two dedicated cores would need) against the floor.
+//
+//   ./tarnel_module_scaling_benchmark [sweeps [seconds per window [threads (0: as set) [one module count]]]]
 #include <fftw3.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <atomic>
@@ -40,7 +46,7 @@ constexpr unsigned kBlock = 10240;           // 10 periods of 50 Hz
 constexpr unsigned long long kRing = 51200;  // 1 s: five blocks, a whole number of periods
 constexpr double kBlockSeconds = kBlock / kSampleRate;
 constexpr int kInFlight = 3;
-constexpr int kModuleCounts[] = {1, 4, 16, 64, 256};
+const std::vector<int> kAllModuleCounts{1, 4, 16, 64, 256};
 
 double median(std::vector<double> v) {
     std::sort(v.begin(), v.end());
@@ -77,9 +83,7 @@ class ModuleHarness {
     }
 
     // The control thread's loop: write and schedule a block, collect what is
-    // ready, wait while more than kInFlight blocks are outstanding. Between
-    // polls it sleeps 200 us, doubling up to 1.6 ms while nothing comes (256
-    // threads polling every 200 us would take the cores from the calculations).
+    // ready, wait while more than kInFlight blocks are outstanding.
     void drive(const std::atomic<bool>& stop, std::atomic<long>& collected) {
         while (!stop.load(std::memory_order_relaxed)) {
             module.writeSamples(kBlock);
@@ -106,34 +110,49 @@ class ModuleHarness {
     }
 
   private:
+    // Polls for results, sleeping in between: first a quarter of the time the
+    // last blocks took to come, at least 200 us, then twice as long each time
+    // up to half of it (at least 1.6 ms). A thread per module that polled every
+    // 200 us would take the cores from the calculations once hundreds of
+    // modules share them and each block of a module takes milliseconds to come.
     template <typename Condition>
     void collectWhile(Condition outstanding, std::atomic<long>& collected) {
-        auto pause = std::chrono::microseconds(200);
+        using std::chrono::microseconds;
+        auto pause = std::max(microseconds(200), blockInterval / 4);
         for (;;) {
             if (module.isAnyResultReady()) {
                 const std::vector<PowerResultsGeneral> results = module.getResults(0);
                 for (const PowerResultsGeneral& r : results) {
                     if (!(r.phases[0].rmsU > 200.0)) std::abort();  // a wrong result ends the run
                 }
+                const auto now = Clock::now();
+                const auto interval =
+                    std::chrono::duration_cast<microseconds>(now - lastCollection) / static_cast<long>(results.size());
+                blockInterval = (3 * blockInterval + interval) / 4;
+                lastCollection = now;
                 inFlight -= static_cast<int>(results.size());
                 collected.fetch_add(static_cast<long>(results.size()), std::memory_order_relaxed);
-                pause = std::chrono::microseconds(200);
+                pause = std::max(microseconds(200), blockInterval / 4);
                 continue;
             }
             if (!outstanding()) return;
             std::this_thread::sleep_for(pause);
-            pause = std::min(pause * 2, std::chrono::microseconds(1600));
+            pause = std::min(pause * 2, std::max(microseconds(1600), blockInterval / 2));
         }
     }
 
     PowerModule module;
     unsigned long long next = 0;
     int inFlight = 0;
+    Clock::time_point lastCollection = Clock::now();
+    std::chrono::microseconds blockInterval{0};  // between this module's results, smoothed
 };
 
 // The single-core FFTW floor, as fft_floor.c of the shared benchmarks measures
-// it: 9 x real-to-complex 16384, FFTW_MEASURE, median of single executions.
-double fftFloorSeconds(int repetitions) {
+// it: 9 x real-to-complex 16384, FFTW_MEASURE, median of single executions
+// (first), and the mean of the same executions back to back (second), which a
+// loaded machine slows as it slows the modules' throughput.
+std::pair<double, double> fftFloorSeconds(int repetitions) {
     int n = 16384;
     const int batch = 9;
     float* in = fftwf_alloc_real(static_cast<size_t>(n) * batch);
@@ -142,20 +161,37 @@ double fftFloorSeconds(int repetitions) {
         fftwf_plan_many_dft_r2c(1, &n, batch, in, nullptr, 1, n, out, nullptr, 1, n / 2 + 1, FFTW_MEASURE);
     for (int i = 0; i < n * batch; i++) in[i] = static_cast<float>((i * 7919) % 1000) / 1000.0f;
     std::vector<double> times;
+    const auto start = Clock::now();
     for (int r = 0; r < repetitions; ++r) {
         const auto begin = Clock::now();
         fftwf_execute(plan);
         times.push_back(std::chrono::duration<double>(Clock::now() - begin).count());
     }
+    const double mean = std::chrono::duration<double>(Clock::now() - start).count() / repetitions;
     fftwf_destroy_plan(plan);
     fftwf_free(in);
     fftwf_free(out);
-    return median(times);
+    return {median(times), mean};
 }
 
-// Aggregate seconds per block of `modules` modules, each on a control
-// thread of its own, over a window of `seconds` after a warm-up.
-double aggregateSecondsPerBlock(std::vector<std::unique_ptr<ModuleHarness>>& modules, double seconds) {
+// Processor time of the whole process (every thread, user and system) so far.
+double processorSeconds() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    auto seconds = [](const timeval& t) {
+        return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+struct Throughput {
+    double wallPerBlock;       // seconds of the window per block completed
+    double processorPerBlock;  // processor seconds of the process per block
+};
+
+// Aggregate cost per block of `modules` modules, each on a control thread of
+// its own, over a window of `seconds` after a warm-up.
+Throughput aggregateCostPerBlock(std::vector<std::unique_ptr<ModuleHarness>>& modules, double seconds) {
     std::atomic<bool> stop{false};
     std::atomic<long> collected{0};
     std::vector<std::thread> controls;
@@ -163,12 +199,14 @@ double aggregateSecondsPerBlock(std::vector<std::unique_ptr<ModuleHarness>>& mod
     std::this_thread::sleep_for(std::chrono::duration<double>(std::min(1.0, seconds / 2)));
     const long before = collected.load();
     const auto begin = Clock::now();
+    const double processorBefore = processorSeconds();
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-    const long blocks = collected.load() - before;
+    const double blocks = static_cast<double>(std::max(collected.load() - before, 1l));
     const double window = std::chrono::duration<double>(Clock::now() - begin).count();
+    const double processor = processorSeconds() - processorBefore;
     stop = true;
     for (auto& control : controls) control.join();
-    return blocks > 0 ? window / static_cast<double>(blocks) : 0.0;
+    return {window / blocks, processor / blocks};
 }
 
 }  // namespace
@@ -176,36 +214,46 @@ double aggregateSecondsPerBlock(std::vector<std::unique_ptr<ModuleHarness>>& mod
 int main(int argc, char** argv) {
     const int sweeps = argc > 1 ? std::atoi(argv[1]) : 3;
     const double seconds = argc > 2 ? std::atof(argv[2]) : 3.0;
-    if (argc > 3) tarnel::setCpuWorkerThreadCount(std::atoi(argv[3]));
+    if (argc > 3 && std::atoi(argv[3]) > 0) tarnel::setCpuWorkerThreadCount(std::atoi(argv[3]));
+    const std::vector<int> kModuleCounts = argc > 4 ? std::vector<int>{std::atoi(argv[4])} : kAllModuleCounts;
     std::printf("CPU worker threads: %d; %d sweeps, %.1f s per window\n", tarnel::cpuWorkerThreadCount(), sweeps,
                 seconds);
     std::vector<std::unique_ptr<ModuleHarness>> modules;
-    std::map<int, std::vector<double>> perBlock, floorBeside;
+    std::map<int, std::vector<double>> perBlock, processorPerBlock, floorBeside, floorMean;
     std::vector<double> latency;
     for (int sweep = 0; sweep < sweeps; ++sweep) {
         for (int count : kModuleCounts) {
             while (static_cast<int>(modules.size()) < count) modules.push_back(std::make_unique<ModuleHarness>());
             std::vector<std::unique_ptr<ModuleHarness>> used(count);
             std::move(modules.begin(), modules.begin() + count, used.begin());
-            floorBeside[count].push_back(fftFloorSeconds(400));
-            perBlock[count].push_back(aggregateSecondsPerBlock(used, seconds));
+            const auto floor = fftFloorSeconds(400);
+            floorBeside[count].push_back(floor.first);
+            floorMean[count].push_back(floor.second);
+            const Throughput cost = aggregateCostPerBlock(used, seconds);
+            perBlock[count].push_back(cost.wallPerBlock);
+            processorPerBlock[count].push_back(cost.processorPerBlock);
             std::move(used.begin(), used.end(), modules.begin());
             const double block = perBlock[count].back(), fft = floorBeside[count].back();
-            std::printf("sweep %d, %3d modules: %7.1f us per block (aggregate), FFTW floor %6.1f us, ratio %.2f\n",
-                        sweep + 1, count, block * 1e6, fft * 1e6, block / fft);
+            std::printf(
+                "sweep %d, %3d modules: %7.1f us per block (aggregate), processor %7.1f us per block, FFTW floor"
+                " %6.1f us (back to back %6.1f us), ratio %.2f\n",
+                sweep + 1, count, block * 1e6, processorPerBlock[count].back() * 1e6, fft * 1e6,
+                floorMean[count].back() * 1e6, block / fft);
             std::fflush(stdout);
         }
         for (int k = 0; k < 200; ++k) latency.push_back(modules[0]->waitedBlockSeconds());
     }
     std::printf("\nMedians of %d sweeps:\n", sweeps);
-    std::printf("%8s %12s %12s %10s %12s %12s %10s\n", "modules", "us/block", "blocks/s", "real-time", "FFTW floor",
-                "block/floor", "vs best");
+    std::printf("%8s %10s %10s %10s %12s %12s %12s %9s\n", "modules", "us/block", "blocks/s", "real-time", "FFTW floor",
+                "back to back", "block/floor", "vs best");
     double best = 1e9;
     for (int count : kModuleCounts) best = std::min(best, median(perBlock[count]));
     for (int count : kModuleCounts) {
         const double block = median(perBlock[count]), fft = median(floorBeside[count]);
-        std::printf("%8d %12.1f %12.1f %10.1f %10.1f us %12.2f %+9.1f %%\n", count, block * 1e6, 1.0 / block,
-                    kBlockSeconds / block, fft * 1e6, block / fft, 100.0 * (block / best - 1.0));
+        const double processor = median(processorPerBlock[count]);
+        std::printf("%8d %10.1f %10.1f %10.1f %9.1f us %9.1f us %12.2f %+7.1f %% %14.1f %12.2f\n", count, block * 1e6,
+                    1.0 / block, kBlockSeconds / block, fft * 1e6, median(floorMean[count]) * 1e6, block / fft,
+                    100.0 * (block / best - 1.0), processor * 1e6, processor / 2.0 / fft);
     }
     std::printf("one module, caller waiting for each block: %.1f us (median of %zu)\n", median(latency) * 1e6,
                 latency.size());

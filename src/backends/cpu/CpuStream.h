@@ -73,8 +73,9 @@ class CpuStream {
     // Guarded by the worker pool's mutex.
     std::deque<Entry> queue;
     State state = State::Idle;
-    uint64_t enqueued = 0;  // entries ever enqueued
-    uint64_t finished = 0;  // entries ever run or passed
+    uint64_t enqueued = 0;         // entries ever enqueued
+    uint64_t finished = 0;         // entries ever run or passed
+    uint64_t wakeAt = UINT64_MAX;  // a caller waits until `finished` reaches this
 };
 
 }  // namespace tarnel

@@ -82,18 +82,21 @@ void CpuWorkerPool::resume(const std::vector<CpuStream*>& streams) {
     }
 }
 
+// Each unfinished stream is marked with the count it must reach, so that a
+// worker wakes the caller only then, not after every entry.
 void CpuWorkerPool::awaitFinished(const std::vector<std::shared_ptr<CpuStream>>& streams) {
     std::unique_lock<std::mutex> lock(mutex);
     std::vector<uint64_t> targets;
     for (const auto& stream : streams) targets.push_back(stream->enqueued);
-    ++finishWaiters;
     changed.wait(lock, [&] {
+        bool done = true;
         for (size_t s = 0; s < streams.size(); ++s) {
-            if (streams[s]->finished < targets[s]) return false;
+            if (streams[s]->finished >= targets[s]) continue;
+            streams[s]->wakeAt = std::min(streams[s]->wakeAt, targets[s]);
+            done = false;
         }
-        return true;
+        return done;
     });
-    --finishWaiters;
 }
 
 // Paired with a sleeping worker's count and check of the launch generation,
@@ -118,7 +121,10 @@ CpuStream::State CpuWorkerPool::settle(CpuStream& stream) {
         ++stream.finished;
     }
     if (stream.queue.empty()) state = CpuStream::State::Idle;
-    notifyIdleWaiters();
+    if (stream.finished >= stream.wakeAt) {
+        stream.wakeAt = UINT64_MAX;  // the callers woken mark again what they still wait for
+        changed.notify_all();
+    }
     return stream.state = state;
 }
 
@@ -131,10 +137,6 @@ void CpuWorkerPool::makeReady(CpuStream& stream, bool atFront) {
     readyCount.store(static_cast<int>(readyStreams.size()), std::memory_order_release);
     // A polling worker finds the stream by itself.
     if (pollingWorkers == 0 && sleepingWorkers.load(std::memory_order_relaxed) > 0) wake.notify_one();
-}
-
-void CpuWorkerPool::notifyIdleWaiters() {
-    if (finishWaiters > 0) changed.notify_all();
 }
 
 void CpuWorkerPool::serve(int index) {

@@ -67,7 +67,6 @@ class CpuWorkerPool {
     // whether it may run now; a stream left blocked is with its event's waiters.
     CpuStream::State settle(CpuStream& stream);
     void makeReady(CpuStream& stream, bool atFront);
-    void notifyIdleWaiters();
 
     std::mutex mutex;
     std::condition_variable wake;     // sleeping workers: a stream is ready, a launch or resize happened
@@ -79,7 +78,6 @@ class CpuWorkerPool {
     bool started = false;
     int pollingWorkers = 0;
     std::atomic<int> sleepingWorkers{0};
-    int finishWaiters = 0;
 };
 
 }  // namespace tarnel
