@@ -85,6 +85,8 @@ class ModuleHarness {
     // The control thread's loop: write and schedule a block, collect what is
     // ready, wait while more than kInFlight blocks are outstanding.
     void drive(const std::atomic<bool>& stop, std::atomic<long>& collected) {
+        lastCollection = Clock::now();
+        blockInterval = std::chrono::microseconds(0);
         while (!stop.load(std::memory_order_relaxed)) {
             module.writeSamples(kBlock);
             module.scheduleForCalculation(next, static_cast<int>(kBlock), kFrequency);
@@ -128,10 +130,11 @@ class ModuleHarness {
                 const auto now = Clock::now();
                 const auto interval =
                     std::chrono::duration_cast<microseconds>(now - lastCollection) / static_cast<long>(results.size());
-                blockInterval = (3 * blockInterval + interval) / 4;
+                blockInterval = blockInterval.count() == 0 ? interval : (3 * blockInterval + interval) / 4;
                 lastCollection = now;
                 inFlight -= static_cast<int>(results.size());
                 collected.fetch_add(static_cast<long>(results.size()), std::memory_order_relaxed);
+                own.fetch_add(static_cast<long>(results.size()), std::memory_order_relaxed);
                 pause = std::max(microseconds(200), blockInterval / 4);
                 continue;
             }
@@ -144,7 +147,12 @@ class ModuleHarness {
     PowerModule module;
     unsigned long long next = 0;
     int inFlight = 0;
-    Clock::time_point lastCollection = Clock::now();
+
+  public:
+    std::atomic<long> own{0};  // blocks this module has collected
+
+  private:
+    Clock::time_point lastCollection;
     std::chrono::microseconds blockInterval{0};  // between this module's results, smoothed
 };
 
@@ -187,16 +195,27 @@ double processorSeconds() {
 struct Throughput {
     double wallPerBlock;       // seconds of the window per block completed
     double processorPerBlock;  // processor seconds of the process per block
+    double fewestToMost;       // blocks of the slowest module / blocks of the fastest, in the window
 };
 
 // Aggregate cost per block of `modules` modules, each on a control thread of
-// its own, over a window of `seconds` after a warm-up.
+// its own, over a window of `seconds` after a warm-up in which every module
+// has computed at least eight blocks (its memory is touched, its polling pace
+// settled).
 Throughput aggregateCostPerBlock(std::vector<std::unique_ptr<ModuleHarness>>& modules, double seconds) {
     std::atomic<bool> stop{false};
     std::atomic<long> collected{0};
     std::vector<std::thread> controls;
     for (auto& module : modules) controls.emplace_back([&] { module->drive(stop, collected); });
-    std::this_thread::sleep_for(std::chrono::duration<double>(std::min(1.0, seconds / 2)));
+    const auto warmUpEnd = Clock::now() + std::chrono::milliseconds(500);
+    auto slowest = [&modules] {
+        long fewest = -1;
+        for (auto& m : modules) fewest = fewest < 0 ? m->own.load() : std::min(fewest, m->own.load());
+        return fewest;
+    };
+    while (Clock::now() < warmUpEnd || slowest() < 8) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    std::vector<long> ownBefore;
+    for (auto& m : modules) ownBefore.push_back(m->own.load());
     const long before = collected.load();
     const auto begin = Clock::now();
     const double processorBefore = processorSeconds();
@@ -204,9 +223,15 @@ Throughput aggregateCostPerBlock(std::vector<std::unique_ptr<ModuleHarness>>& mo
     const double blocks = static_cast<double>(std::max(collected.load() - before, 1l));
     const double window = std::chrono::duration<double>(Clock::now() - begin).count();
     const double processor = processorSeconds() - processorBefore;
+    long fewest = -1, most = 0;
+    for (size_t m = 0; m < modules.size(); ++m) {
+        const long own = modules[m]->own.load() - ownBefore[m];
+        fewest = fewest < 0 ? own : std::min(fewest, own);
+        most = std::max(most, own);
+    }
     stop = true;
     for (auto& control : controls) control.join();
-    return {window / blocks, processor / blocks};
+    return {window / blocks, processor / blocks, most > 0 ? static_cast<double>(fewest) / most : 0.0};
 }
 
 }  // namespace
@@ -236,9 +261,9 @@ int main(int argc, char** argv) {
             const double block = perBlock[count].back(), fft = floorBeside[count].back();
             std::printf(
                 "sweep %d, %3d modules: %7.1f us per block (aggregate), processor %7.1f us per block, FFTW floor"
-                " %6.1f us (back to back %6.1f us), ratio %.2f\n",
+                " %6.1f us (back to back %6.1f us), ratio %.2f; blocks of the slowest / fastest module %.2f\n",
                 sweep + 1, count, block * 1e6, processorPerBlock[count].back() * 1e6, fft * 1e6,
-                floorMean[count].back() * 1e6, block / fft);
+                floorMean[count].back() * 1e6, block / fft, cost.fewestToMost);
             std::fflush(stdout);
         }
         for (int k = 0; k < 200; ++k) latency.push_back(modules[0]->waitedBlockSeconds());

@@ -8,6 +8,8 @@
 // running (a worker has it) or blocked (its next entry is a wait for an event
 // that has not completed; the event keeps it on its list of waiters and hands
 // it back to the pool when it completes). A blocked stream holds no worker.
+// Each stream guards its queue with a mutex of its own, so that enqueueing
+// and running entries of different modules do not contend.
 #pragma once
 
 #include <condition_variable>
@@ -68,11 +70,13 @@ class CpuStream {
         std::shared_ptr<CpuEvent> event;
         uint64_t generation = 0;
     };
-    enum class State { Idle, Ready, Running, Blocked };
+    // What the stream can do once the waits at its head are passed.
+    enum class State { Idle, Ready, Blocked };
 
-    // Guarded by the worker pool's mutex.
+    // Guards the members below; taken before an event's mutex, never with the pool's.
+    std::mutex mutex;
     std::deque<Entry> queue;
-    State state = State::Idle;
+    bool scheduled = false;        // ready, running or blocked: the pool has it
     uint64_t enqueued = 0;         // entries ever enqueued
     uint64_t finished = 0;         // entries ever run or passed
     uint64_t wakeAt = UINT64_MAX;  // a caller waits until `finished` reaches this

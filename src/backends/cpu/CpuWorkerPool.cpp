@@ -68,29 +68,36 @@ void CpuWorkerPool::setThreadCount(int count) {
 }
 
 void CpuWorkerPool::add(CpuStream& stream, CpuStream::Entry entry) {
-    std::lock_guard<std::mutex> lock(mutex);
-    stream.queue.push_back(std::move(entry));
-    ++stream.enqueued;
-    if (stream.state == CpuStream::State::Idle && settle(stream) == CpuStream::State::Ready) makeReady(stream, false);
+    bool activate = false;
+    {
+        std::lock_guard<std::mutex> lock(stream.mutex);
+        stream.queue.push_back(std::move(entry));
+        ++stream.enqueued;
+        activate = !stream.scheduled;
+        stream.scheduled = true;
+    }
+    if (activate && settle(stream, 0) == CpuStream::State::Ready) makeReady(stream, false);
 }
 
 void CpuWorkerPool::resume(const std::vector<CpuStream*>& streams) {
-    if (streams.empty()) return;
-    std::lock_guard<std::mutex> lock(mutex);
     for (CpuStream* stream : streams) {
-        if (settle(*stream) == CpuStream::State::Ready) makeReady(*stream, false);
+        if (settle(*stream, 0) == CpuStream::State::Ready) makeReady(*stream, false);
     }
 }
 
 // Each unfinished stream is marked with the count it must reach, so that a
 // worker wakes the caller only then, not after every entry.
 void CpuWorkerPool::awaitFinished(const std::vector<std::shared_ptr<CpuStream>>& streams) {
-    std::unique_lock<std::mutex> lock(mutex);
+    std::unique_lock<std::mutex> lock(finishMutex);
     std::vector<uint64_t> targets;
-    for (const auto& stream : streams) targets.push_back(stream->enqueued);
+    for (const auto& stream : streams) {
+        std::lock_guard<std::mutex> streamLock(stream->mutex);
+        targets.push_back(stream->enqueued);
+    }
     changed.wait(lock, [&] {
         bool done = true;
         for (size_t s = 0; s < streams.size(); ++s) {
+            std::lock_guard<std::mutex> streamLock(streams[s]->mutex);
             if (streams[s]->finished >= targets[s]) continue;
             streams[s]->wakeAt = std::min(streams[s]->wakeAt, targets[s]);
             done = false;
@@ -109,26 +116,40 @@ void CpuWorkerPool::wakeForLaunch() {
     for (int w = std::min(sleeping, kMaxPollingWorkers); w > 0; --w) wake.notify_one();
 }
 
-CpuStream::State CpuWorkerPool::settle(CpuStream& stream) {
+CpuStream::State CpuWorkerPool::settle(CpuStream& stream, int justRun) {
     CpuStream::State state = CpuStream::State::Ready;
-    while (!stream.queue.empty() && stream.queue.front().kind == CpuStream::Kind::Wait) {
-        CpuStream::Entry& wait = stream.queue.front();
-        if (!wait.event->hasCompletedOrKeep(wait.generation, &stream)) {
-            state = CpuStream::State::Blocked;
-            break;
+    bool reached = false;
+    {
+        std::lock_guard<std::mutex> lock(stream.mutex);
+        stream.finished += static_cast<uint64_t>(justRun);
+        while (!stream.queue.empty() && stream.queue.front().kind == CpuStream::Kind::Wait) {
+            CpuStream::Entry& wait = stream.queue.front();
+            if (!wait.event->hasCompletedOrKeep(wait.generation, &stream)) {
+                state = CpuStream::State::Blocked;
+                break;
+            }
+            stream.queue.pop_front();
+            ++stream.finished;
         }
-        stream.queue.pop_front();
-        ++stream.finished;
+        if (stream.queue.empty()) {
+            state = CpuStream::State::Idle;
+            stream.scheduled = false;
+        }
+        if (stream.finished >= stream.wakeAt) {
+            stream.wakeAt = UINT64_MAX;  // the callers woken mark again what they still wait for
+            reached = true;
+        }
     }
-    if (stream.queue.empty()) state = CpuStream::State::Idle;
-    if (stream.finished >= stream.wakeAt) {
-        stream.wakeAt = UINT64_MAX;  // the callers woken mark again what they still wait for
+    if (reached) {
+        // Taking the lock orders this after a caller's check of the count.
+        std::lock_guard<std::mutex> lock(finishMutex);
         changed.notify_all();
     }
-    return stream.state = state;
+    return state;
 }
 
 void CpuWorkerPool::makeReady(CpuStream& stream, bool atFront) {
+    std::lock_guard<std::mutex> lock(mutex);
     if (atFront) {
         readyStreams.push_front(&stream);
     } else {
@@ -149,7 +170,9 @@ void CpuWorkerPool::serve(int index) {
             readyCount.store(static_cast<int>(readyStreams.size()), std::memory_order_release);
             if (!readyStreams.empty() && pollingWorkers == 0 && sleepingWorkers.load(std::memory_order_relaxed) > 0)
                 wake.notify_one();
-            run(lock, stream);
+            lock.unlock();
+            run(stream);
+            lock.lock();
             continue;
         }
         if (index >= targetThreads) return;
@@ -159,54 +182,51 @@ void CpuWorkerPool::serve(int index) {
 
 // Runs the stream's entries for up to a slice. After an event's completion
 // the worker moves on to a stream that waited for it.
-void CpuWorkerPool::run(std::unique_lock<std::mutex>& lock, CpuStream* stream) {
+void CpuWorkerPool::run(CpuStream* stream) {
     const auto sliceEnd = std::chrono::steady_clock::now() + kStreamSlice;
-    stream->state = CpuStream::State::Running;
     for (;;) {
         CpuStream* released = nullptr;
-        const bool more = runEntry(lock, *stream, released);
+        const CpuStream::State state = runEntry(*stream, released);
         if (released != nullptr) {
-            if (more) makeReady(*stream, true);
+            if (state == CpuStream::State::Ready) makeReady(*stream, true);
             stream = released;
-            stream->state = CpuStream::State::Running;
             continue;
         }
-        if (!more) return;
-        if (!readyStreams.empty() && std::chrono::steady_clock::now() > sliceEnd) {
+        if (state != CpuStream::State::Ready) return;
+        if (readyCount.load(std::memory_order_acquire) > 0 && std::chrono::steady_clock::now() > sliceEnd) {
             makeReady(*stream, false);
             return;
         }
-        stream->state = CpuStream::State::Running;
     }
 }
 
-// Runs the stream's next entry with the lock released; returns whether the
-// stream can go on at once (its state is then Ready). `released` receives
-// one stream that the entry's event let go on and that is ready to run; the
-// others go to the ready queue.
-bool CpuWorkerPool::runEntry(std::unique_lock<std::mutex>& lock, CpuStream& stream, CpuStream*& released) {
-    CpuStream::Entry entry = std::move(stream.queue.front());
-    stream.queue.pop_front();
-    lock.unlock();
+// Runs the stream's next entry; returns what the stream can do next.
+// `released` receives one stream that the entry's event let go on and that
+// is ready to run; the others go to the ready queue.
+CpuStream::State CpuWorkerPool::runEntry(CpuStream& stream, CpuStream*& released) {
+    CpuStream::Entry entry;
+    {
+        std::lock_guard<std::mutex> lock(stream.mutex);
+        entry = std::move(stream.queue.front());
+        stream.queue.pop_front();
+    }
     std::vector<CpuStream*> waiters;
     if (entry.kind == CpuStream::Kind::Record) {
         waiters = entry.event->complete(entry.generation);
     } else {
         entry.work();
     }
-    entry = CpuStream::Entry{};  // releases the work's captures outside the lock
-    lock.lock();
-    ++stream.finished;
-    const bool more = settle(stream) == CpuStream::State::Ready;
+    entry = CpuStream::Entry{};  // releases the work's captures before the stream may be destroyed
+    const CpuStream::State state = settle(stream, 1);
     for (CpuStream* waiter : waiters) {
-        if (settle(*waiter) != CpuStream::State::Ready) continue;
+        if (settle(*waiter, 0) != CpuStream::State::Ready) continue;
         if (released == nullptr) {
             released = waiter;
         } else {
             makeReady(*waiter, false);
         }
     }
-    return more;
+    return state;
 }
 
 // Polls for a ready stream or a shared launch for a while (when fewer than

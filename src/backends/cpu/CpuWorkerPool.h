@@ -13,6 +13,10 @@
 // is in its caches), and hands the rest of its own stream to the next free
 // worker. A worker without a stream polls briefly for a new ready stream or a
 // shared launch (CpuKernelPool.h) to join, then sleeps.
+//
+// Locks: the pool's mutex guards the ready queue and the sleeping workers; a
+// stream's mutex guards its queue; the two are never held together. The
+// pool's mutex is taken only when a stream changes hands, not per entry.
 #pragma once
 
 #include <atomic>
@@ -59,18 +63,18 @@ class CpuWorkerPool {
     CpuWorkerPool();
     void startLocked();
     void serve(int index);
-    void run(std::unique_lock<std::mutex>& lock, CpuStream* stream);
-    bool runEntry(std::unique_lock<std::mutex>& lock, CpuStream& stream, CpuStream*& next);
+    void run(CpuStream* stream);
+    CpuStream::State runEntry(CpuStream& stream, CpuStream*& released);
     void awaitWork(std::unique_lock<std::mutex>& lock, int index, unsigned long long& seenLaunch);
     bool pollForWork(unsigned long long& seenLaunch);
-    // Passes completed waits at the head of an idle stream's queue and tells
-    // whether it may run now; a stream left blocked is with its event's waiters.
-    CpuStream::State settle(CpuStream& stream);
+    // Passes completed waits at the head of a scheduled stream's queue, after
+    // counting `justRun` entries as finished, and tells what it can do; a
+    // stream left blocked is with its event's waiters, an idle one leaves the pool.
+    CpuStream::State settle(CpuStream& stream, int justRun);
     void makeReady(CpuStream& stream, bool atFront);
 
     std::mutex mutex;
-    std::condition_variable wake;     // sleeping workers: a stream is ready, a launch or resize happened
-    std::condition_variable changed;  // callers in awaitFinished: a stream has run an entry
+    std::condition_variable wake;  // sleeping workers: a stream is ready, a launch or resize happened
     std::deque<CpuStream*> readyStreams;
     std::atomic<int> readyCount{0};  // readyStreams.size(), read by polling workers
     std::vector<std::thread> threads;
@@ -78,6 +82,9 @@ class CpuWorkerPool {
     bool started = false;
     int pollingWorkers = 0;
     std::atomic<int> sleepingWorkers{0};
+
+    std::mutex finishMutex;           // taken before a stream's mutex
+    std::condition_variable changed;  // callers in awaitFinished: a stream got where they wait for
 };
 
 }  // namespace tarnel
