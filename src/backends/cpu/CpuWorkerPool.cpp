@@ -181,19 +181,25 @@ void CpuWorkerPool::serve(int index) {
 }
 
 // Runs the stream's entries for up to a slice. After an event's completion
-// the worker moves on to a stream that waited for it.
+// the worker moves on to a stream that waited for it, within the same slice:
+// a module whose calculations follow each other does not keep the worker
+// past it while other modules wait.
 void CpuWorkerPool::run(CpuStream* stream) {
     const auto sliceEnd = std::chrono::steady_clock::now() + kStreamSlice;
     for (;;) {
         CpuStream* released = nullptr;
         const CpuStream::State state = runEntry(*stream, released);
-        if (released != nullptr) {
+        const bool sliceOver =
+            readyCount.load(std::memory_order_acquire) > 0 && std::chrono::steady_clock::now() > sliceEnd;
+        if (released != nullptr && sliceOver) {
+            makeReady(*released, false);
+        } else if (released != nullptr) {
             if (state == CpuStream::State::Ready) makeReady(*stream, true);
             stream = released;
             continue;
         }
         if (state != CpuStream::State::Ready) return;
-        if (readyCount.load(std::memory_order_acquire) > 0 && std::chrono::steady_clock::now() > sliceEnd) {
+        if (sliceOver) {
             makeReady(*stream, false);
             return;
         }
