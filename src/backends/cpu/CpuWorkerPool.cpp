@@ -50,7 +50,7 @@ void CpuWorkerPool::startLocked() {
     }
 }
 
-// Workers beyond the new count leave once they find no ready stream; they
+// Workers beyond the new count leave after the slice they are running; they
 // are joined here, so that the process has exactly the new count afterwards.
 void CpuWorkerPool::setThreadCount(int count) {
     std::vector<std::thread> leaving;
@@ -164,6 +164,12 @@ void CpuWorkerPool::serve(int index) {
     std::unique_lock<std::mutex> lock(mutex);
     unsigned long long seenLaunch = CpuKernelPool::instance().generation();
     for (;;) {
+        // A worker beyond a reduced count leaves even while streams are ready,
+        // so that the reduction does not wait for a quiet moment.
+        if (index >= targetThreads) {
+            if (!readyStreams.empty()) wake.notify_one();
+            return;
+        }
         if (!readyStreams.empty()) {
             CpuStream* stream = readyStreams.front();
             readyStreams.pop_front();
@@ -175,7 +181,6 @@ void CpuWorkerPool::serve(int index) {
             lock.lock();
             continue;
         }
-        if (index >= targetThreads) return;
         awaitWork(lock, index, seenLaunch);
     }
 }
