@@ -196,6 +196,53 @@ TEST(CpuBackendTest, MemsetAndCopyRunInStreamOrder) {
     EXPECT_EQ(backend.freeDevice(device), 0);
 }
 
+// The null stream is the synchronous default stream: its copies and
+// transforms have run when the call returns, an event recorded on it is
+// complete at once, and a wait on it holds the caller until the event's
+// stream gets there.
+TEST(CpuBackendTest, TheNullStreamRunsItsWorkBeforeTheCallReturns) {
+    Streams s(privateBackend(1 << 20), 1);
+    tarnel::CpuBackend& backend = *s.backend;
+    void* device = nullptr;
+    ASSERT_EQ(backend.allocateDevice(&device, 8 * sizeof(float) + 5 * sizeof(float2)), 0);
+    const std::vector<float> host{1, 2, 3, 4, 5, 6, 7, 8};
+    ASSERT_EQ(backend.copyAsync(device, host.data(), 8 * sizeof(float), tarnel::CopyDirection::HostToDevice, nullptr),
+              0);
+    std::unique_ptr<tarnel::FftPlan> plan;
+    ASSERT_EQ(backend.createFftPlan(&plan, 8, 1), 0);
+    auto* spectrum = reinterpret_cast<float2*>(static_cast<float*>(device) + 8);
+    ASSERT_EQ(plan->execute(static_cast<float*>(device), spectrum, nullptr), 0);
+    std::vector<float2> back(5);
+    ASSERT_EQ(
+        backend.copyAsync(back.data(), spectrum, 5 * sizeof(float2), tarnel::CopyDirection::DeviceToHost, nullptr), 0);
+    EXPECT_FLOAT_EQ(back[0].x, 36.0f) << "the sum of the samples";
+    EXPECT_FLOAT_EQ(back[4].x, -4.0f) << "the alternating sum of the samples";
+    plan->destroy();
+
+    tarnel::DeviceEvent onNull = nullptr, onStream = nullptr;
+    ASSERT_EQ(backend.createEvent(&onNull), 0);
+    ASSERT_EQ(backend.createEvent(&onStream), 0);
+    Gate gate;
+    ASSERT_TRUE(backend.enqueue(s.streams[0], gate.waiter()));
+    ASSERT_EQ(backend.recordEvent(onStream, s.streams[0]), 0);
+    std::future<int> nullWait =
+        std::async(std::launch::async, [&] { return backend.streamWaitEvent(nullptr, onStream); });
+    EXPECT_EQ(nullWait.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    gate.open();
+    ASSERT_EQ(nullWait.wait_for(std::chrono::seconds(5)), std::future_status::ready);
+    EXPECT_EQ(nullWait.get(), 0);
+
+    Gate second;
+    ASSERT_TRUE(backend.enqueue(s.streams[0], second.waiter()));
+    ASSERT_EQ(backend.recordEvent(onNull, nullptr), 0);
+    EXPECT_EQ(backend.queryEvent(onNull), 0) << "complete while another stream is held";
+    second.open();
+    ASSERT_EQ(backend.synchronizeDevice(), 0);
+    backend.destroyEvent(onNull);
+    backend.destroyEvent(onStream);
+    EXPECT_EQ(backend.freeDevice(device), 0);
+}
+
 // The records of three 10-period blocks at 51.2 kHz, whose transforms and
 // spectral sums are large enough to be shared with the helper threads.
 std::vector<PowerResultsGeneral> sharedLaunchRecords(const testsignals::MeasuredSignals& signals) {

@@ -27,5 +27,10 @@ namespace tarnel {
 TARNEL_API bool isCudaDeviceAvailable();
 // "cpu" or "cuda"; Auto resolves to the backend Auto would pick now.
 TARNEL_API const char* backendName(BackendKind kind);
+// The worker threads that run the CPU streams of every module in the process:
+// the machine's logical cores unless set. Setting it (at least 1) takes effect
+// at once; call it from the application, not from a result callback.
+TARNEL_API void setCpuWorkerThreadCount(int count);
+TARNEL_API int cpuWorkerThreadCount();
 
 }  // namespace tarnel

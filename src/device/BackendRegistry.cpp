@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "backends/cpu/CpuBackend.h"
+#include "backends/cpu/CpuWorkerPool.h"
 #include "device/Backend.h"
 #include "tarnel/CudaErrorHandling.h"
 #if defined(TARNEL_WITH_CUDA)
@@ -64,6 +65,10 @@ std::shared_ptr<Backend> createBackend(const BackendOptions& options) {
     if (isDefaultCpu(options)) return sharedCpuBackend();
     return std::make_shared<CpuBackend>(options);
 }
+
+void setCpuWorkerThreadCount(int count) { CpuWorkerPool::instance().setThreadCount(count); }
+
+int cpuWorkerThreadCount() { return CpuWorkerPool::instance().threadCount(); }
 
 std::shared_ptr<Backend> defaultBackend() { return createBackend(BackendOptions{}); }
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "backends/cpu/CpuKernelRunner.h"
+#include "backends/cpu/CpuWorkerPool.h"
 #include "backends/cpu/FftwPlan.h"
 #include "kernels/AllKernels.h"
 
@@ -88,6 +89,10 @@ std::shared_ptr<CpuStream> CpuBackend::streamOf(DeviceStream stream) {
 }
 
 bool CpuBackend::enqueue(DeviceStream stream, std::function<void()> work) {
+    if (stream == nullptr) {
+        work();
+        return true;
+    }
     auto cpuStream = streamOf(stream);
     if (cpuStream == nullptr) return false;
     cpuStream->enqueue(std::move(work));
@@ -119,7 +124,8 @@ int CpuBackend::memset2DAsync(void* destination, size_t pitchBytes, int value, s
 
 int CpuBackend::createStream(DeviceStream* stream) {
     if (stream == nullptr) return kInvalidValue;
-    auto cpuStream = workers.createStream();
+    auto cpuStream = std::make_shared<CpuStream>();
+    CpuWorkerPool::instance().start();
     std::lock_guard<std::mutex> lock(streamsMutex);
     streams.emplace(cpuStream.get(), cpuStream);
     *stream = reinterpret_cast<DeviceStream>(cpuStream.get());
@@ -137,7 +143,7 @@ int CpuBackend::destroyStream(DeviceStream stream) {
     }
     // Work already enqueued still runs, as with CUDA; it finishes before the
     // caller goes on to release the memory that work uses.
-    workers.retire(cpuStream);
+    CpuWorkerPool::instance().awaitFinished({cpuStream});
     return 0;
 }
 
@@ -163,10 +169,15 @@ int CpuBackend::destroyEvent(DeviceEvent event) {
 
 int CpuBackend::recordEvent(DeviceEvent event, DeviceStream stream) {
     auto cpuEvent = eventOf(event);
+    if (cpuEvent == nullptr) return kInvalidResourceHandle;
+    if (stream == nullptr) {
+        // Everything enqueued on the null stream has already run.
+        CpuWorkerPool::instance().resume(cpuEvent->complete(cpuEvent->beginRecord()));
+        return 0;
+    }
     auto cpuStream = streamOf(stream);
-    if (cpuEvent == nullptr || cpuStream == nullptr) return kInvalidResourceHandle;
-    const uint64_t generation = cpuEvent->beginRecord();
-    cpuStream->enqueue([cpuEvent, generation] { cpuEvent->complete(generation); });
+    if (cpuStream == nullptr) return kInvalidResourceHandle;
+    cpuStream->enqueueRecord(cpuEvent, cpuEvent->beginRecord());
     return 0;
 }
 
@@ -179,19 +190,33 @@ int CpuBackend::queryEvent(DeviceEvent event) {
 int CpuBackend::streamWaitEvent(DeviceStream stream, DeviceEvent event) {
     auto cpuEvent = eventOf(event);
     if (cpuEvent == nullptr) return kInvalidResourceHandle;
+    if (stream == nullptr) {
+        cpuEvent->awaitCompletion(cpuEvent->recordedGeneration());
+        return 0;
+    }
     auto cpuStream = streamOf(stream);
     if (cpuStream == nullptr) return kInvalidResourceHandle;
     cpuStream->enqueueWait(cpuEvent, cpuEvent->recordedGeneration());
     return 0;
 }
 
+std::vector<std::shared_ptr<CpuStream>> CpuBackend::liveStreams() {
+    std::lock_guard<std::mutex> lock(streamsMutex);
+    std::vector<std::shared_ptr<CpuStream>> live;
+    for (const auto& entry : streams) live.push_back(entry.second);
+    return live;
+}
+
+// Waits for what every stream of this backend had enqueued at the call, as
+// device synchronisation does; streams of other backends are not waited for.
 int CpuBackend::synchronizeDevice() {
-    workers.waitAllIdle();
+    CpuWorkerPool::instance().awaitFinished(liveStreams());
     return 0;
 }
 
 int CpuBackend::createFftPlan(std::unique_ptr<FftPlan>* plan, int length, int batch) {
-    return createFftwPlan(plan, length, batch, measureFftPlans, [this](DeviceStream s) { return streamOf(s); });
+    return createFftwPlan(plan, length, batch, measureFftPlans,
+                          [this](DeviceStream s, std::function<void()> work) { return enqueue(s, std::move(work)); });
 }
 
 #define TARNEL_DEFINE_CPU_LAUNCH(Kernel)                                                           \

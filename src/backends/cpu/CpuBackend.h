@@ -1,6 +1,8 @@
 // The CPU backend: device memory is separate host memory that only the copies
-// reach, streams share a pool of worker threads, events complete when their
-// stream reaches them, FFTs run through FFTW, kernels run as loops.
+// reach, streams run on the process-wide pool of worker threads, events
+// complete when their stream reaches them, FFTs run through FFTW, kernels run
+// as loops. The null stream is the synchronous default stream: its work runs
+// on the calling thread before the call returns.
 #pragma once
 
 #include <atomic>
@@ -8,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <vector>
 
 #include "backends/cpu/CpuStream.h"
 #include "device/Backend.h"
@@ -51,7 +54,8 @@ class TARNEL_API CpuBackend final : public Backend {
 
     // The stream behind a handle, or null when the handle is not a live stream.
     std::shared_ptr<CpuStream> streamOf(DeviceStream stream);
-    // Enqueues work on a stream; false when the handle is not a live stream.
+    // Enqueues work on a stream, or runs it at once for the null stream;
+    // false when the handle is not a live stream.
     bool enqueue(DeviceStream stream, std::function<void()> work);
 
   private:
@@ -61,8 +65,6 @@ class TARNEL_API CpuBackend final : public Backend {
     std::mutex deviceBlocksMutex;
     std::set<void*> deviceBlocks;
     std::atomic<int> lastError{0};
-    // Declared before the streams: its workers stop after the streams are forgotten.
-    CpuStreamWorkers workers;
     std::mutex streamsMutex;
     std::map<CpuStream*, std::shared_ptr<CpuStream>> streams;
     // Events stay alive while work enqueued before their destruction still
@@ -70,6 +72,7 @@ class TARNEL_API CpuBackend final : public Backend {
     std::mutex eventsMutex;
     std::map<CpuEvent*, std::shared_ptr<CpuEvent>> events;
     std::shared_ptr<CpuEvent> eventOf(DeviceEvent event);
+    std::vector<std::shared_ptr<CpuStream>> liveStreams();
 };
 
 }  // namespace tarnel

@@ -3,12 +3,13 @@
 // completes when its stream reaches the point where it was recorded; a
 // stream may wait for an event.
 //
-// The streams of a backend share its worker threads, one per stream: any
-// worker runs the next work of any stream, one piece at a time per stream.
-// A wait for an event holds its stream but no worker, so the worker that
-// completes the event goes straight on with the work that waited for it. A
-// block calculation that waits for its predecessor's event therefore starts
-// on the thread that finished the predecessor, without waking a thread.
+// Streams own no threads: the process-wide worker pool (CpuWorkerPool.h) runs
+// them. A stream is idle (nothing enqueued), ready (queued for a worker),
+// running (a worker has it) or blocked (its next entry is a wait for an event
+// that has not completed; the event keeps it on its list of waiters and hands
+// it back to the pool when it completes). A blocked stream holds no worker.
+// Each stream guards its queue with a mutex of its own, so that enqueueing
+// and running entries of different modules do not contend.
 #pragma once
 
 #include <condition_variable>
@@ -17,87 +18,68 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <thread>
+#include <utility>
 #include <vector>
 
 namespace tarnel {
+
+class CpuStream;
 
 class CpuEvent {
   public:
     // Called on the recording thread; returns the generation to complete.
     uint64_t beginRecord();
-    // Called by the stream once it reaches the recorded point.
-    void complete(uint64_t generation);
+    // Called once the stream reaches the recorded point; returns the streams
+    // that waited for this generation (or an earlier one).
+    std::vector<CpuStream*> complete(uint64_t generation);
     bool isComplete();
     // The generation a waiter must see complete, taken when the wait is enqueued.
     uint64_t recordedGeneration();
-    bool hasCompleted(uint64_t generation);
+    // True when `generation` has completed; otherwise `waiter` is kept and
+    // returned by the `complete` that reaches the generation.
+    bool hasCompletedOrKeep(uint64_t generation, CpuStream* waiter);
+    // Blocks the calling thread until `generation` has completed.
+    void awaitCompletion(uint64_t generation);
 
   private:
     std::mutex mutex;
+    std::condition_variable completion;  // callers blocked in awaitCompletion
     uint64_t recorded = 0;
     uint64_t completed = 0;
+    std::vector<std::pair<CpuStream*, uint64_t>> waiters;
 };
-
-class CpuStreamWorkers;
 
 class CpuStream {
   public:
-    explicit CpuStream(CpuStreamWorkers& workers_) : workers(workers_) {}
+    CpuStream() = default;
     CpuStream(const CpuStream&) = delete;
     CpuStream& operator=(const CpuStream&) = delete;
 
     void enqueue(std::function<void()> work);
     // Holds the stream's later work until `event` has completed `generation`.
     void enqueueWait(std::shared_ptr<CpuEvent> event, uint64_t generation);
+    // Completes `generation` of `event` when the stream gets there.
+    void enqueueRecord(std::shared_ptr<CpuEvent> event, uint64_t generation);
 
   private:
-    friend class CpuStreamWorkers;
-    // Work to run, or a wait for an event's generation (no work).
+    friend class CpuWorkerPool;
+    enum class Kind { Work, Wait, Record };
     struct Entry {
+        Kind kind = Kind::Work;
         std::function<void()> work;
         std::shared_ptr<CpuEvent> event;
         uint64_t generation = 0;
     };
-    CpuStreamWorkers& workers;
-    // Guarded by the workers' mutex.
-    std::deque<Entry> queue;
-    bool running = false;
-};
+    // What the stream can do once the waits at its head are passed.
+    enum class State { Idle, Ready, Blocked };
 
-// The worker threads of a backend's streams.
-class CpuStreamWorkers {
-  public:
-    CpuStreamWorkers() = default;
-    // Runs what is still enqueued, then stops the workers.
-    ~CpuStreamWorkers();
-    CpuStreamWorkers(const CpuStreamWorkers&) = delete;
-    CpuStreamWorkers& operator=(const CpuStreamWorkers&) = delete;
-
-    // A new stream, with a worker of its own added to the pool.
-    std::shared_ptr<CpuStream> createStream();
-    // Waits until the stream has run its work, then forgets it.
-    void retire(const std::shared_ptr<CpuStream>& stream);
-    // Blocks until every stream has run everything enqueued so far.
-    void waitAllIdle();
-
-  private:
-    friend class CpuStream;
-    void add(CpuStream& stream, CpuStream::Entry entry);
-    // The next stream whose first entry may run, searched round-robin after
-    // the one last taken; null when none. Called with the mutex held.
-    CpuStream* takeReadyStream();
-    bool isReady(const CpuStream& stream) const;
-    void serve();
-
+    // Guards the members below; taken before an event's mutex, never with the pool's.
     std::mutex mutex;
-    std::condition_variable ready;    // workers: a stream may have become ready
-    std::condition_variable changed;  // waiting callers: a stream may have become idle
-    std::vector<std::shared_ptr<CpuStream>> streams;
-    std::vector<std::thread> threads;
-    size_t nextStream = 0;
-    int idleWaiters = 0;
-    bool stopping = false;
+    std::deque<Entry> queue;
+    bool scheduled = false;        // ready, running or blocked: the pool has it
+    uint64_t enqueued = 0;         // entries ever enqueued
+    uint64_t finished = 0;         // entries ever run or passed
+    uint64_t wakeAt = UINT64_MAX;  // a caller waits until `finished` reaches this
 };
 
 }  // namespace tarnel

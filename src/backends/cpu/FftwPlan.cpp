@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "backends/cpu/CpuKernelRunner.h"
-#include "backends/cpu/CpuStream.h"
 
 namespace tarnel {
 
@@ -36,22 +35,19 @@ bool isAligned(const void* p) { return fftwf_alignment_of(static_cast<float*>(co
 class FftwPlan final : public FftPlan {
   public:
     FftwPlan(fftwf_plan plan_, std::vector<fftwf_plan> channelPlans_, int length_, int batch_, float* inScratch,
-             fftwf_complex* outScratch, std::function<std::shared_ptr<CpuStream>(DeviceStream)> streamOf_)
+             fftwf_complex* outScratch, CpuEnqueue enqueue_)
         : plan(plan_),
           channelPlans(std::move(channelPlans_)),
           length(length_),
           batch(batch_),
           inputScratch(inScratch),
           outputScratch(outScratch),
-          streamOf(std::move(streamOf_)) {}
+          enqueue(std::move(enqueue_)) {}
     ~FftwPlan() override { destroy(); }
 
     int execute(const float* input, float2* output, DeviceStream stream) override {
         if (plan == nullptr && channelPlans.empty()) return 1;  // "Invalid plan"
-        auto cpuStream = streamOf(stream);
-        if (cpuStream == nullptr) return kFftInvalidValue;
-        cpuStream->enqueue([this, input, output] { transform(input, output); });
-        return 0;
+        return enqueue(stream, [this, input, output] { transform(input, output); }) ? 0 : kFftInvalidValue;
     }
 
     int destroy() override {
@@ -82,8 +78,8 @@ class FftwPlan final : public FftPlan {
         if (!outAligned) std::memcpy(static_cast<void*>(output), outputScratch, outBins * sizeof(fftwf_complex));
     }
 
-    // The whole batch: channel by channel, shared with the CPU kernel pool's
-    // helpers, when the plan has a plan per channel; in one batched call otherwise.
+    // The whole batch: channel by channel, shared with the CPU workers that
+    // join in, when the plan has a plan per channel; in one batched call otherwise.
     // Both arrays have the alignment of the scratch arrays the plans were made
     // with, and so have the channels' offsets.
     void execute(float* in, fftwf_complex* out) {
@@ -104,13 +100,12 @@ class FftwPlan final : public FftPlan {
     int batch;
     float* inputScratch;
     fftwf_complex* outputScratch;
-    std::function<std::shared_ptr<CpuStream>(DeviceStream)> streamOf;
+    CpuEnqueue enqueue;
 };
 
 }  // namespace
 
-int createFftwPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool measure,
-                   const std::function<std::shared_ptr<CpuStream>(DeviceStream)>& streamOf) {
+int createFftwPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool measure, const CpuEnqueue& enqueue) {
     if (length < 1 || batch < 1) return kFftInvalidValue;
     const int bins = length / 2 + 1;
     auto* in = static_cast<float*>(fftwf_malloc(sizeof(float) * static_cast<size_t>(length) * batch));
@@ -125,7 +120,7 @@ int createFftwPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool
     std::lock_guard<std::mutex> lock(plannerMutex());
     // Batches of several large transforms are planned channel by channel,
     // each at its own offset (which fixes its SIMD alignment), so that the
-    // CPU kernel pool's threads can share a block's transforms; other
+    // CPU workers can share a block's transforms; other
     // batches, or where a channel cannot be planned, as one batched plan.
     std::vector<fftwf_plan> channelPlans;
     if (batch > 1 && CpuKernelPool::instance().hasHelpers() &&
@@ -151,7 +146,7 @@ int createFftwPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool
             return kFftSetupFailed;
         }
     }
-    *result = std::make_unique<FftwPlan>(plan, std::move(channelPlans), length, batch, in, out, streamOf);
+    *result = std::make_unique<FftwPlan>(plan, std::move(channelPlans), length, batch, in, out, enqueue);
     return 0;
 }
 

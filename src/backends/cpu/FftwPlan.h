@@ -10,11 +10,11 @@
 
 namespace tarnel {
 
-class CpuStream;
+// Enqueues work on a stream of the plan's backend; false for a handle that is not a stream.
+using CpuEnqueue = std::function<bool(DeviceStream, std::function<void()>)>;
 
 // Makes a plan; `measure` spends time at creation to find the fastest plan.
 // Returns an FFT result code (0 on success).
-int createFftwPlan(std::unique_ptr<FftPlan>* plan, int length, int batch, bool measure,
-                   const std::function<std::shared_ptr<CpuStream>(DeviceStream)>& streamOf);
+int createFftwPlan(std::unique_ptr<FftPlan>* plan, int length, int batch, bool measure, const CpuEnqueue& enqueue);
 
 }  // namespace tarnel
