@@ -56,42 +56,74 @@ TEST_F(SyntheticAnalysis, ReportsExactlyTheScriptedEventsWithTheirTiming) {
 
     const PowerQualityEvent* dip = findEvent(events, "dip");
     ASSERT_NE(dip, nullptr);
-    EXPECT_EQ(dip->phases, "L1");
-    EXPECT_NEAR(dip->start, script.dipStart, period);
-    EXPECT_NEAR(dip->duration, script.dipDuration, period);
+    EXPECT_EQ(dip->phases, "U1");
+    EXPECT_FALSE(dip->ongoing);
+    // Events are stamped with the end of the first period value beyond the
+    // threshold and of the first one back; the steps fall on period boundaries.
+    EXPECT_NEAR(dip->start, script.dipStart + period, 1e-3);
+    EXPECT_NEAR(dip->duration, script.dipDuration, 1e-3);
     EXPECT_NEAR(dip->voltage, nominal * script.dipLevel * distortionFactor(), 1.0);
 
     const PowerQualityEvent* swell = findEvent(events, "swell");
     ASSERT_NE(swell, nullptr);
-    EXPECT_EQ(swell->phases, "L3");
-    EXPECT_NEAR(swell->start, script.swellStart, period);
-    EXPECT_NEAR(swell->duration, script.swellDuration, period);
+    EXPECT_EQ(swell->phases, "U3");
+    EXPECT_NEAR(swell->start, script.swellStart + period, 1e-3);
+    EXPECT_NEAR(swell->duration, script.swellDuration, 1e-3);
     EXPECT_NEAR(swell->voltage, nominal * 1.015 * script.swellLevel * distortionFactor(), 1.5);
 
     const PowerQualityEvent* rvc = findEvent(events, "rvc");
     ASSERT_NE(rvc, nullptr);
-    EXPECT_EQ(rvc->phases, "L1 L2 L3");
+    EXPECT_EQ(rvc->phases, "U1 U2 U3");
     EXPECT_NEAR(rvc->start, script.stepTime, 2 * period);
     // The steady levels before and after differ by 3 % of the phase's level.
     EXPECT_NEAR(rvc->voltage, 0.03 * nominal * 1.015 * distortionFactor(), 0.5);
 }
 
 TEST_F(SyntheticAnalysis, CoversTheRecordingWithTenPeriodBlocks) {
-    // 10 s at 50 Hz is 50 blocks of 10 periods; the zero-crossing latency may hold back the last one.
+    // 10 s at 50 Hz is 50 blocks of 10 periods (the first and last a period
+    // longer or shorter). The recording starts on a rising crossing, which
+    // may fall a hair before the first sample: 498 or 499 whole periods.
     EXPECT_GE(blocks, 49u);
-    EXPECT_LE(blocks, 50u);
+    EXPECT_LE(blocks, 51u);
+    const AnalysisSummary s = report->summary();
+    EXPECT_DOUBLE_EQ(s.blocksEnd, 10.0);
+    EXPECT_LE(s.firstPeriodStart, 0.0201);
+    EXPECT_GE(s.lastPeriodEnd, 9.98);
+    EXPECT_GE(s.periodValues, 498u);
+    // Only the periods next to the four level steps are unmeasurable.
+    EXPECT_GE(s.validPeriodValues + 16, s.periodValues);
+    EXPECT_EQ(s.rotation, PhaseRotation::Forward);
 }
 
 TEST(AnalyserOptionsTest, ParsesEveryOptionAndRefusesBadOnes) {
-    const char* argv[] = {"tarnel-analyse", "--backend",  "cpu",   "--grid",      "3",  "--json",
-                          "out.jsonl",      "--voltages", "VA,VB", "--frequency", "60", "rec.cfg"};
-    const AnalyserOptions o = parseOptions(12, const_cast<char**>(argv));
+    const char* argv[] = {"tarnel-analyse",
+                          "--backend",
+                          "cpu",
+                          "--grid",
+                          "3",
+                          "--json",
+                          "out.jsonl",
+                          "--voltages",
+                          "VA,VB",
+                          "--frequency",
+                          "60",
+                          "--dip-threshold",
+                          "85",
+                          "--interruption-threshold",
+                          "5",
+                          "--phase-order",
+                          "132",
+                          "rec.cfg"};
+    const AnalyserOptions o = parseOptions(18, const_cast<char**>(argv));
     EXPECT_EQ(o.backend, BackendKind::Cpu);
     EXPECT_EQ(o.gridType.value(), 3);
     EXPECT_EQ(o.jsonPath, "out.jsonl");
     EXPECT_EQ(o.voltageColumns, (std::vector<std::string>{"VA", "VB"}));
     EXPECT_EQ(o.nominalFrequency.value(), 60.0);
     EXPECT_EQ(o.input, "rec.cfg");
+    EXPECT_EQ(o.dipThreshold, 85.0);
+    EXPECT_EQ(o.interruptionThreshold, 5.0);
+    EXPECT_EQ(o.phaseOrder, PhaseRotation::Reverse);
 
     const char* unknown[] = {"tarnel-analyse", "--bogus"};
     EXPECT_THROW(parseOptions(2, const_cast<char**>(unknown)), std::invalid_argument);
@@ -101,9 +133,13 @@ TEST(AnalyserOptionsTest, ParsesEveryOptionAndRefusesBadOnes) {
     EXPECT_THROW(parseOptions(2, const_cast<char**>(missing)), std::invalid_argument);
     const char* backend[] = {"tarnel-analyse", "--backend", "gpu"};
     EXPECT_THROW(parseOptions(3, const_cast<char**>(backend)), std::invalid_argument);
+    const char* order[] = {"tarnel-analyse", "--phase-order", "abd"};
+    EXPECT_THROW(parseOptions(3, const_cast<char**>(order)), std::invalid_argument);
+    const char* interruption[] = {"tarnel-analyse", "--interruption-threshold", "95"};
+    EXPECT_THROW(parseOptions(3, const_cast<char**>(interruption)), std::invalid_argument);
 }
 
-TEST(AnalyserInputTest, RefusesMissingFilesAndRecordingsShorterThanABlock) {
+TEST(AnalyserInputTest, RefusesMissingFilesAndCoversRecordingsShorterThanABlock) {
     AnalyserOptions missing;
     missing.input = "no-such-recording.cfg";
     try {
@@ -113,10 +149,14 @@ TEST(AnalyserInputTest, RefusesMissingFilesAndRecordingsShorterThanABlock) {
         EXPECT_NE(std::string(e.what()).find("no-such-recording.cfg"), std::string::npos) << e.what();
     }
 
-    // 0.15 s is seven and a half periods: too short for one 10-period block.
+    // 0.15 s is seven and a half periods: one short block, and the period
+    // values of the six whole periods after the first (partial, see above).
     SyntheticRecording shortRecording(51200.0, 0.15);
+    Report report(shortRecording.info());
     AnalysisSettings settings;
     settings.backend = BackendKind::Cpu;
-    Analysis analysis(shortRecording, settings, {});
-    EXPECT_EQ(analysis.run(), 0u);
+    Analysis analysis(shortRecording, settings, {&report});
+    EXPECT_EQ(analysis.run(), 1u);
+    EXPECT_EQ(report.summary().validPeriodValues, 6u);
+    EXPECT_NEAR(report.summary().lastPeriodEnd, 0.14, 1e-3);
 }
