@@ -10,8 +10,10 @@ namespace {
 
 constexpr double kPi = 3.141592653589793;
 constexpr double kLowestFrequency = 15.0, kHighestFrequency = 500.0;
-// At most this many samples enter the spectrum; longer stretches are thinned.
-constexpr size_t kSpectrumSamples = 8192;
+// At most one second, and at most this many samples of it, enter the
+// spectrum; longer stretches are thinned (to no less than 4 kHz).
+constexpr double kSpectrumSeconds = 1.0;
+constexpr size_t kSpectrumSamples = 4096;
 constexpr double kLevelTolerance = 0.05;
 
 struct Thinned {
@@ -54,6 +56,7 @@ double median(std::vector<double> values) {
 
 double estimateFundamentalFrequency(const float* samples, size_t count, size_t stride, double sampleRate) {
     if (count < 16 || !(sampleRate > 0.0)) return 0.0;
+    count = std::min(count, static_cast<size_t>(std::ceil(kSpectrumSeconds * sampleRate)));
     const Thinned t = thin(samples, count, stride, sampleRate);
     const double duration = static_cast<double>(t.values.size()) / t.rate;
     const double highest = std::min(kHighestFrequency, 0.4 * t.rate);

@@ -8,9 +8,10 @@
 
 namespace tarnel::analyser {
 
-// Frequency of the strongest component between 15 and 500 Hz (Hann-windowed
-// spectrum, refined to a small fraction of its resolution), in Hz; 0 when the
-// signal has no clear fundamental there. `stride` steps over interleaved data.
+// Frequency of the strongest component between 15 and 500 Hz over the first
+// second (Hann-windowed spectrum, refined to a small fraction of its
+// resolution), in Hz; 0 when the signal has no clear fundamental there.
+// `stride` steps over interleaved data.
 double estimateFundamentalFrequency(const float* samples, size_t count, size_t stride, double sampleRate);
 
 // The nominal frequency a measured fundamental belongs to: 16 2/3, 25, 50, 60

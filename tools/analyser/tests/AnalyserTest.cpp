@@ -160,3 +160,69 @@ TEST(AnalyserInputTest, RefusesMissingFilesAndCoversRecordingsShorterThanABlock)
     EXPECT_EQ(report.summary().validPeriodValues, 6u);
     EXPECT_NEAR(report.summary().lastPeriodEnd, 0.14, 1e-3);
 }
+
+TEST(EventCollectorTest, FormsOneEventPerPolyphaseDisturbanceAndFlagsOngoingOnes) {
+    // Per-phase detector results, as the module reports them, at 50 Hz with a
+    // nominal of 100 V: a dip of A then B, a swell of C, then every phase
+    // below 10 % (an interruption) until the end.
+    EventCollector collector(100.0, {"A", "B", "C"}, 10.0);
+    struct Step {
+        double u[3];
+        int dipStarts, dipEnds, swellStarts, swellEnds;  // phase bits
+    };
+    const Step steps[] = {{{100, 100, 100}, 0, 0, 0, 0}, {{80, 100, 100}, 1, 0, 0, 0},  {{80, 70, 100}, 2, 0, 0, 0},
+                          {{100, 75, 100}, 0, 1, 0, 0},  {{100, 100, 100}, 0, 2, 0, 0}, {{100, 100, 120}, 0, 0, 4, 0},
+                          {{100, 100, 100}, 0, 0, 0, 4}, {{5, 5, 5}, 7, 0, 0, 0},       {{3, 4, 3}, 0, 0, 0, 0}};
+    PowerResultsPeriod records[4] = {};
+    double time = 0.0;
+    for (const Step& s : steps) {
+        time += 0.02;
+        for (int p = 1; p <= 3; ++p) {
+            const int bit = 1 << (p - 1);
+            records[p] = PowerResultsPeriod{};
+            records[p].time = time;
+            records[p].frequency = 50.0;
+            records[p].rmsU = s.u[p - 1];
+            records[p].dip.eventStarted = s.dipStarts & bit;
+            records[p].dip.eventEnded = s.dipEnds & bit;
+            records[p].swell.eventStarted = s.swellStarts & bit;
+            records[p].swell.eventEnded = s.swellEnds & bit;
+        }
+        collector.add(records, 3);
+    }
+    const std::vector<PowerQualityEvent> events = collector.events(0.2);
+    ASSERT_EQ(events.size(), 3u);
+    EXPECT_EQ(events[0].kind, "dip");
+    EXPECT_EQ(events[0].phases, "A B");
+    EXPECT_NEAR(events[0].start, 0.04, 1e-12);
+    EXPECT_NEAR(events[0].duration, 0.06, 1e-12);  // until B is out
+    EXPECT_EQ(events[0].voltage, 70.0);
+    EXPECT_NEAR(events[0].depth, 30.0, 1e-12);
+    EXPECT_FALSE(events[0].ongoing);
+    EXPECT_EQ(events[1].kind, "swell");
+    EXPECT_EQ(events[1].phases, "C");
+    EXPECT_NEAR(events[1].depth, 20.0, 1e-12);
+    // The dips of all phases that come with the interruption are part of it.
+    EXPECT_EQ(events[2].kind, "interruption");
+    EXPECT_EQ(events[2].phases, "A B C");
+    EXPECT_NEAR(events[2].start, 0.16, 1e-12);
+    EXPECT_NEAR(events[2].duration, 0.04, 1e-12);
+    EXPECT_EQ(events[2].voltage, 3.0);
+    EXPECT_TRUE(events[2].ongoing);
+
+    // The voltage returns to half: the interruption ends, the dip goes on from there.
+    for (int p = 1; p <= 3; ++p) {
+        records[p].time = 0.2;
+        records[p].rmsU = 50.0;
+        records[p].dip.eventStarted = false;
+    }
+    collector.add(records, 3);
+    const std::vector<PowerQualityEvent> later = collector.events(0.24);
+    ASSERT_EQ(later.size(), 4u);
+    EXPECT_FALSE(later[2].ongoing);
+    EXPECT_NEAR(later[2].duration, 0.04, 1e-12);
+    EXPECT_EQ(later[3].kind, "dip");
+    EXPECT_TRUE(later[3].ongoing);
+    EXPECT_NEAR(later[3].start, 0.2, 1e-12);
+    EXPECT_EQ(later[3].voltage, 50.0);
+}
