@@ -42,6 +42,19 @@ int parseGrid(const std::string& text) {
     return static_cast<int>(value);
 }
 
+std::optional<PhaseRotation> parsePhaseOrder(const std::string& text) {
+    if (text == "auto") return std::nullopt;
+    if (text == "123" || text == "abc") return PhaseRotation::Forward;
+    if (text == "132" || text == "acb") return PhaseRotation::Reverse;
+    throw std::invalid_argument("--phase-order takes auto, 123 (abc) or 132 (acb), not '" + text + "'");
+}
+
+double parsePercent(const std::string& option, const std::string& text, double below) {
+    const double value = parseNumber(option, text);
+    if (value >= below) throw std::invalid_argument(option + " must lie below " + std::to_string(int(below)) + " %");
+    return value;
+}
+
 }  // namespace
 
 const char* usageText() {
@@ -76,11 +89,21 @@ Options
   --currents LIST           current channels likewise     example: --currents 4,5,6
   --delta | --star          the voltages are line-to-line (delta) or phase-to-neutral (star)
   --nominal-voltage V       nominal phase voltage for dips and swells   example: --nominal-voltage 230
-  --frequency F             nominal frequency, 50 or 60 Hz              example: --frequency 60
+                            (default: the level of the cycles before the first disturbance,
+                            reported as estimated)
+  --frequency F             nominal frequency in Hz (default: the recording's, else estimated
+                            from the samples: 50, 60 or another between 15 and 500 Hz)
+                                                                        example: --frequency 60
+  --dip-threshold P         dip start level in % of nominal (default 90)    example: --dip-threshold 85
+  --swell-threshold P       swell start level in % of nominal (default 110)
+  --interruption-threshold P  all channels below P % of nominal make an interruption (default 10)
+  --phase-order auto|123|132  phase rotation L1-L2-L3 (123, abc) or L1-L3-L2 (132, acb); unbalance is
+                            computed for it (default auto: detected from the fundamental phasors)
   --sample-rate HZ          sample rate of a CSV without a time column  example: --sample-rate 10000
   --secondary               COMTRADE: report secondary instead of primary values
-  --section N               COMTRADE: analyse sample-rate section N (1-based) of a recording
-                            with several rates                          example: --section 2
+  --section N               COMTRADE: analyse only sample-rate section N (1-based) of a recording
+                            with several rates (by default all sections are resampled onto the
+                            highest rate)                               example: --section 2
   --duration S              length of the synthetic recording in seconds (default 10)
   --progress | --no-progress  progress bar on stderr (default: when stderr is a terminal)
   --help                    this text
@@ -109,7 +132,16 @@ AnalyserOptions parseOptions(int argc, char** argv) {
         {"--frequency", [&](const std::string& v) { o.nominalFrequency = parseNumber("--frequency", v); }},
         {"--sample-rate", [&](const std::string& v) { o.sampleRate = parseNumber("--sample-rate", v); }},
         {"--section", [&](const std::string& v) { o.section = static_cast<int>(parseNumber("--section", v)); }},
-        {"--duration", [&](const std::string& v) { o.syntheticSeconds = parseNumber("--duration", v); }}};
+        {"--duration", [&](const std::string& v) { o.syntheticSeconds = parseNumber("--duration", v); }},
+        {"--dip-threshold", [&](const std::string& v) { o.dipThreshold = parsePercent("--dip-threshold", v, 100.0); }},
+        {"--swell-threshold",
+         [&](const std::string& v) {
+             o.swellThreshold = parseNumber("--swell-threshold", v);
+             if (o.swellThreshold <= 100.0) throw std::invalid_argument("--swell-threshold must lie above 100 %");
+         }},
+        {"--interruption-threshold",
+         [&](const std::string& v) { o.interruptionThreshold = parseNumber("--interruption-threshold", v); }},
+        {"--phase-order", [&](const std::string& v) { o.phaseOrder = parsePhaseOrder(v); }}};
     for (int k = 1; k < argc; ++k) {
         const std::string arg = argv[k];
         if (auto flag = flags.find(arg); flag != flags.end()) {
@@ -125,6 +157,8 @@ AnalyserOptions parseOptions(int argc, char** argv) {
             throw std::invalid_argument("only one recording can be analysed at a time ('" + arg + "')");
         }
     }
+    if (o.interruptionThreshold >= o.dipThreshold)
+        throw std::invalid_argument("--interruption-threshold must lie below the dip threshold");
     return o;
 }
 

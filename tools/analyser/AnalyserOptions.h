@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "SignalSource.h"
 #include "tarnel/DeviceBackend.h"
 
 namespace tarnel::analyser {
@@ -23,6 +24,10 @@ struct AnalyserOptions {
     std::optional<double> sampleRate;
     bool secondary = false;
     std::optional<int> section;
+    double dipThreshold = 90.0;               // % of nominal
+    double swellThreshold = 110.0;            // % of nominal
+    double interruptionThreshold = 10.0;      // % of nominal
+    std::optional<PhaseRotation> phaseOrder;  // empty: detected
     double syntheticSeconds = 10.0;
     std::optional<bool> progress;
     bool help = false;

@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "SignalEstimates.h"
 #include "tarnel/PowerConfig.h"
 
 namespace tarnel::analyser {
@@ -15,6 +16,8 @@ namespace {
 
 constexpr double kRingSeconds = 4.0;
 constexpr double kHighestHarmonic = 50;
+// Cycles fitted to continue the signal before its start and after its end.
+constexpr double kFittedCycles = 2.0;
 
 }  // namespace
 
@@ -52,6 +55,8 @@ void Analysis::configure() {
     module.setFundamentalPeriodValuesEnabled(true);
     module.setPeriodSymmetricalComponentsEnabled(threePhase);
     module.setDipSwellEnabled(true);
+    module.setDipThreshold(settings.dipThreshold);
+    module.setSwellThreshold(settings.swellThreshold);
     module.setRvcEnabled(true);
     module.setNominalVoltage(info.nominalVoltage);
     module.setNominalLineToLineVoltage(info.nominalVoltage * std::sqrt(3.0));
@@ -71,6 +76,8 @@ void Analysis::configure() {
     ZeroCrossingDetector::Settings zc;
     zc.minimumAmplitude = 0.1 * info.nominalVoltage * std::sqrt(2.0);
     detector = std::make_unique<ZeroCrossingDetector>(fs, f, 0, zc);
+    // The pre-roll fills the filter, and a little more, before the first sample.
+    preRollSamples = 2 * detector->latency() + static_cast<uint64_t>(std::ceil(kFittedCycles * fs / f));
 }
 
 size_t Analysis::run() {
@@ -80,11 +87,18 @@ size_t Analysis::run() {
         if (n == 0) break;
         waitForRingSpace(n);
         writeChunk(voltages, currents, n);
+        if (written == n) preRollDetector(voltages[0]);
         detector->addSamples(voltages[0].data(), n);
+        keepLastCycles(voltages[0]);
         takeZeroCrossings();
-        scheduleBlocks();
+        scheduleBlocks(false);
         collect();
         reportProgress(false);
+    }
+    if (written > 0) {
+        flushDetector();
+        takeZeroCrossings();
+        scheduleBlocks(true);
     }
     module.sync();
     collect();
@@ -126,37 +140,84 @@ void Analysis::writeChunk(const std::vector<std::vector<float>>& voltages,
     written += count;
 }
 
-void Analysis::takeZeroCrossings() {
-    std::vector<ZeroCrossingInterval> intervals = detector->takeIntervals();
-    if (intervals.empty()) return;
-    pendingIntervals.insert(pendingIntervals.end(), intervals.begin(), intervals.end());
-    // Period values start with the first measured period: the detectors would
-    // otherwise take the filter's start-up for a voltage change.
-    auto first = intervals.begin();
-    if (!periodsStarted)
-        first = std::find_if(intervals.begin(), intervals.end(), [](const auto& z) { return z.valid; });
-    if (first == intervals.end()) return;
-    periodsStarted = true;
-    module.scheduleForPeriodCalculationFromZeroCrossing(std::vector<ZeroCrossingInterval>(first, intervals.end()));
+void Analysis::preRollDetector(const std::vector<float>& firstSamples) {
+    const double samplesPerCycle = source.info().sampleRate / startFrequency();
+    const size_t fitted =
+        std::min(firstSamples.size(), static_cast<size_t>(std::ceil(kFittedCycles * samplesPerCycle)));
+    const FundamentalFit fit = fitFundamental(firstSamples.data(), fitted, samplesPerCycle);
+    std::vector<float> preRoll(preRollSamples);
+    for (uint64_t j = 0; j < preRollSamples; ++j)
+        preRoll[j] = static_cast<float>(fit.at(static_cast<double>(j) - static_cast<double>(preRollSamples)));
+    detector->addSamples(preRoll.data(), preRoll.size());
 }
 
-void Analysis::scheduleBlocks() {
+double Analysis::startFrequency() const {
+    const SourceInfo& info = source.info();
+    return info.measuredFrequency > 0.0 ? info.measuredFrequency : info.nominalFrequency;
+}
+
+void Analysis::keepLastCycles(const std::vector<float>& samples) {
+    const auto keep = static_cast<size_t>(std::ceil(kFittedCycles * source.info().sampleRate / startFrequency()));
+    lastCycles.insert(lastCycles.end(), samples.begin(), samples.end());
+    if (lastCycles.size() > keep) lastCycles.erase(lastCycles.begin(), lastCycles.end() - static_cast<long>(keep));
+}
+
+void Analysis::flushDetector() {
+    // The last cycles continue for as long as the detector needs to settle
+    // every crossing of the recording.
+    const double samplesPerCycle = source.info().sampleRate / detector->latestFrequency();
+    const FundamentalFit fit = fitFundamental(lastCycles.data(), lastCycles.size(), samplesPerCycle);
+    std::vector<float> postRoll(preRollSamples);
+    for (uint64_t j = 0; j < preRollSamples; ++j)
+        postRoll[j] = static_cast<float>(fit.at(static_cast<double>(lastCycles.size() + j)));
+    detector->addSamples(postRoll.data(), postRoll.size());
+}
+
+void Analysis::takeZeroCrossings() {
+    // Detector positions run ahead of the recording's by the pre-roll. Periods
+    // that start before the first sample are the pre-roll's. The period that
+    // reaches past the last sample goes to the module only: its start closes
+    // the recording's last whole period, which the module completes when the
+    // next boundary is known.
+    std::vector<ZeroCrossingInterval> intervals;
+    bool pastTheEnd = false;
+    for (ZeroCrossingInterval z : detector->takeIntervals()) {
+        if (z.start.index < preRollSamples) continue;
+        z.start.index -= preRollSamples;
+        z.end.index -= preRollSamples;
+        pastTheEnd = z.end.round() >= written;
+        intervals.push_back(z);
+        if (pastTheEnd) break;
+    }
+    if (intervals.empty()) return;
+    pendingIntervals.insert(pendingIntervals.end(), intervals.begin(), intervals.end() - (pastTheEnd ? 1 : 0));
+    module.scheduleForPeriodCalculationFromZeroCrossing(intervals);
+}
+
+void Analysis::scheduleBlocks(bool endOfInput) {
     const double fs = source.info().sampleRate, nominal = source.info().nominalFrequency;
-    while (pendingIntervals.size() >= blockPeriods) {
+    while (pendingIntervals.size() >= blockPeriods || (endOfInput && !pendingIntervals.empty())) {
+        size_t periods = std::min<size_t>(blockPeriods, pendingIntervals.size());
+        // At the end the last block reaches the last sample, taking a period
+        // or so more rather than leaving a sliver behind.
+        const bool last =
+            endOfInput && pendingIntervals.size() - periods < 2 && written - nextBlockStart <= maxBlockLength;
+        if (last) periods = pendingIntervals.size();
         const ZeroCrossingInterval& first = pendingIntervals.front();
-        const ZeroCrossingInterval& last = pendingIntervals[blockPeriods - 1];
-        const unsigned long long end = last.end.round();
-        const double seconds = last.end.subtract(first.start) / fs;
+        const ZeroCrossingInterval& final = pendingIntervals[periods - 1];
+        const unsigned long long end = last ? written : final.end.round();
+        const double seconds = final.end.subtract(first.start) / fs;
         bool valid = true;
-        for (unsigned k = 0; k < blockPeriods; ++k) valid = valid && pendingIntervals[k].valid;
+        for (size_t k = 0; k < periods; ++k) valid = valid && pendingIntervals[k].valid;
         // Without a fundamental throughout, the block's periods are not measured;
         // the latest measured frequency stands in.
-        double frequency = valid ? blockPeriods / seconds : detector->latestFrequency();
+        double frequency = valid ? static_cast<double>(periods) / seconds : detector->latestFrequency();
         if (!(frequency > 0.5 * nominal && frequency < 2.0 * nominal)) frequency = nominal;
-        pendingIntervals.erase(pendingIntervals.begin(), pendingIntervals.begin() + blockPeriods);
+        pendingIntervals.erase(pendingIntervals.begin(), pendingIntervals.begin() + static_cast<long>(periods));
         if (end <= nextBlockStart) continue;
         scheduleBlock(nextBlockStart, end, frequency);
     }
+    if (endOfInput && nextBlockStart < written) scheduleBlock(nextBlockStart, written, detector->latestFrequency());
 }
 
 void Analysis::scheduleBlock(unsigned long long start, unsigned long long end, double frequency) {

@@ -1,26 +1,17 @@
 #include "EventRow.h"
 
-#include <sstream>
-
 namespace tarnel::analyser {
 
-namespace {
-
-std::vector<std::string> phaseList(const std::string& phases) {
-    std::istringstream words(phases);
-    std::vector<std::string> list;
-    for (std::string phase; words >> phase;) list.push_back(phase);
-    return list;
-}
-
-}  // namespace
-
-EventRow describeEvent(const PowerQualityEvent& e, double nominal) {
+EventRow describeEvent(const PowerQualityEvent& e, double nominal, const std::vector<SourceChannel>& voltages) {
     EventRow row;
     row.kind = e.kind;
-    row.phases = phaseList(e.phases);
+    for (int p : e.phaseNumbers) {
+        const auto k = static_cast<size_t>(p - 1);
+        row.phases.push_back(k < voltages.size() ? voltages[k].name : "L" + std::to_string(p));
+    }
     row.ongoing = e.ongoing;
     row.start = e.start;
+    // While ongoing the end is not known; the collector's duration runs to the end of the recording.
     if (!e.ongoing) row.end = e.start + e.duration, row.duration = e.duration;
     auto percent = [&](double volts) { return 100.0 * volts / nominal; };
     if (e.kind == "rvc") {

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "Report.h"
+#include "Analysis.h"
 
 namespace tarnel::analyser {
 
 struct EventRow {
     std::string kind;                 // "dip", "swell", "interruption" or "rvc"
-    std::vector<std::string> phases;  // e.g. {"L1", "L3"}
+    std::vector<std::string> phases;  // names of the voltage channels involved, in phase order
     bool ongoing = false;
     double start = 0.0;                   // s from the first sample
     std::optional<double> end, duration;  // s; empty while ongoing
@@ -22,6 +22,8 @@ struct EventRow {
     std::optional<double> step, stepPercent;                        // rvc: change of the steady level
 };
 
-EventRow describeEvent(const PowerQualityEvent& event, double nominalVoltage);
+// `voltages` names the channels of the phases (1-based phase p is voltages[p - 1]).
+EventRow describeEvent(const PowerQualityEvent& event, double nominalVoltage,
+                       const std::vector<SourceChannel>& voltages);
 
 }  // namespace tarnel::analyser

@@ -33,12 +33,6 @@ std::string csvText(const std::string& text) {
     return quoted + "\"";
 }
 
-std::string joined(const std::vector<std::string>& texts) {
-    std::string line;
-    for (size_t k = 0; k < texts.size(); ++k) line += (k ? " " : "") + texts[k];
-    return line;
-}
-
 void appendJson(std::string& out, const FieldValue& value);
 
 void appendJsonObject(std::string& out, const std::vector<std::pair<std::string, FieldValue>>& fields) {
@@ -53,6 +47,12 @@ void appendJsonObject(std::string& out, const std::vector<std::pair<std::string,
 }
 
 }  // namespace
+
+std::string joinedList(const std::vector<std::string>& texts) {
+    std::string line;
+    for (size_t k = 0; k < texts.size(); ++k) line += (k ? ";" : "") + texts[k];
+    return line;
+}
 
 std::string formatNumber(double value) {
     char text[32];
@@ -205,7 +205,7 @@ std::string csvValue(const FieldValue& value) {
         case FieldValue::Kind::Boolean:
             return value.boolean ? "true" : "false";
         case FieldValue::Kind::Texts:
-            return csvText(joined(value.texts));
+            return csvText(joinedList(value.texts));
         default:
             return "";
     }

@@ -42,7 +42,7 @@ class Record {
 
     std::string json() const;
     // CSV: scalar fields only (arrays of numbers and of records go to tables
-    // of their own); lists of texts are joined with single spaces.
+    // of their own); lists of texts are joined by `joinedList`.
     std::string csvHeader() const;
     std::string csvRow() const;
 
@@ -51,6 +51,9 @@ class Record {
     std::vector<std::pair<std::string, FieldValue>> fields;
 };
 
+// A list of texts as one CSV field: joined with ";", since channel names may
+// hold spaces (e.g. "HV Bus VR").
+std::string joinedList(const std::vector<std::string>& texts);
 // Shortest text that reads back as the same double, always with a decimal
 // point or an exponent so that readers keep it a floating-point number.
 std::string formatNumber(double value);

@@ -58,6 +58,36 @@ std::optional<Numbers> spectrum(const float* values, unsigned count, const Power
     return out;
 }
 
+// Where a nominal value came from, as one word.
+const char* sourceToken(NominalSource source) {
+    switch (source) {
+        case NominalSource::Given:
+            return "given";
+        case NominalSource::Recording:
+            return "recording";
+        case NominalSource::Estimated:
+            return "estimated";
+        case NominalSource::Assumed:
+            return "assumed";
+    }
+    return "";
+}
+
+// Neither given by the user nor stated by the recording.
+bool derived(NominalSource source) { return source == NominalSource::Estimated || source == NominalSource::Assumed; }
+
+std::optional<std::string> phaseOrder(PhaseRotation rotation) {
+    switch (rotation) {
+        case PhaseRotation::Forward:
+            return "L1-L2-L3";
+        case PhaseRotation::Reverse:
+            return "L1-L3-L2";
+        case PhaseRotation::Unknown:
+            break;
+    }
+    return std::nullopt;
+}
+
 double blockStart(const PowerResultsGeneral& r, double fs) { return static_cast<double>(r.firstSampleIndex) / fs; }
 
 }  // namespace
@@ -75,6 +105,7 @@ Record headerRecord(const SourceInfo& info, const RunFacts& facts, const Coverag
     const std::optional<long long> samples =
         info.totalSamples > 0 ? std::optional<long long>(static_cast<long long>(info.totalSamples)) : std::nullopt;
     const bool started = info.startUtcNanoseconds.has_value();
+    const AnalysisSummary& s = facts.summary;
     Record header;
     header.text("record", "header")
         .text("schema", kOutputSchema)
@@ -90,18 +121,26 @@ Record headerRecord(const SourceInfo& info, const RunFacts& facts, const Coverag
         .integer("grid_type", info.gridType)
         .integer("phase_count", phaseCount(info))
         .records("channels", channelRecords(info))
-        .number("nominal_voltage_V", info.nominalVoltage)
-        .boolean("nominal_voltage_estimated", info.nominalVoltageEstimated)
-        .number("nominal_frequency_Hz", info.nominalFrequency)
-        .boolean("nominal_frequency_estimated", info.nominalFrequencyEstimated)
-        .text("phase_order", nonEmpty(facts.phaseOrder))
+        .number("nominal_voltage_V", s.nominalVoltage)
+        .boolean("nominal_voltage_estimated", derived(s.nominalVoltageSource))
+        .text("nominal_voltage_source", sourceToken(s.nominalVoltageSource))
+        .number("nominal_frequency_Hz", s.nominalFrequency)
+        .boolean("nominal_frequency_estimated", derived(s.nominalFrequencySource))
+        .text("nominal_frequency_source", sourceToken(s.nominalFrequencySource))
+        .number("freq_measured_Hz", when(s.validPeriodValues > 0, s.measuredFrequency))
+        .text("phase_order", phaseOrder(s.rotation))
+        .boolean("phase_order_given", s.rotationGiven)
+        .text("resampling", nonEmpty(s.resampling))
         .integer("periods_per_block", static_cast<long long>(facts.periodsPerBlock))
         .integer("harmonic_order_max",
                  coverage.highestHarmonic ? std::optional<long long>(*coverage.highestHarmonic) : std::nullopt)
         .number("covered_start_s", coverage.start)
         .number("covered_end_s", coverage.end)
+        .number("periods_start_s", when(s.periodValues > 0, s.firstPeriodStart))
+        .number("periods_end_s", when(s.periodValues > 0, s.lastPeriodEnd))
         .integer("block_count", static_cast<long long>(coverage.blocks))
         .integer("period_count", static_cast<long long>(coverage.periods))
+        .integer("valid_period_count", static_cast<long long>(s.validPeriodValues))
         .integer("event_count", static_cast<long long>(facts.events.size()));
     return header;
 }

@@ -20,7 +20,7 @@ inline constexpr const char* kOutputSchema = "tarnel64.analysis/1";
 struct RunFacts {
     std::string backend;
     unsigned periodsPerBlock = 0;
-    std::string phaseOrder;  // empty: not known
+    AnalysisSummary summary;  // nominals and their sources, rotation, period values covered, resampling
     std::vector<PowerQualityEvent> events;
 };
 

@@ -76,7 +76,7 @@ void JsonLinesWriter::finish(const RunFacts& facts) {
         if (std::fwrite(buffer, 1, n, file) != n) throw std::runtime_error(path + ": write failed");
     if (std::ferror(body)) throw std::runtime_error(path + ": the temporary results could not be read back");
     for (size_t k = 0; k < facts.events.size(); ++k)
-        writeLine(file, eventRecord(info, describeEvent(facts.events[k], info.nominalVoltage), k));
+        writeLine(file, eventRecord(info, describeEvent(facts.events[k], info.nominalVoltage, info.voltages), k));
     close(file, path);
 }
 
@@ -133,7 +133,7 @@ void CsvWriter::finish(const RunFacts& facts) {
     channels.close();
     Table events(folder + "/events.csv", eventPrototype(info));
     for (size_t k = 0; k < facts.events.size(); ++k)
-        events.add(eventRecord(info, describeEvent(facts.events[k], info.nominalVoltage), k));
+        events.add(eventRecord(info, describeEvent(facts.events[k], info.nominalVoltage, info.voltages), k));
     events.close();
 }
 

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <stdexcept>
 
+#include "SectionResampler.h"
+#include "SignalEstimates.h"
 #include "recordings/ChannelMapping.h"
 #include "recordings/OpenRecording.h"
 
@@ -14,19 +17,8 @@ namespace {
 using namespace tarnel::recordings;
 
 constexpr size_t kChunk = 8192;
-
-// Common nominal phase voltages; a recording's level is matched to the
-// nearest within 15 %, otherwise its own RMS stands as the reference.
-double nominalFromLevel(double rms) {
-    const double standard[] = {57.7,  63.5,  100.0, 110.0, 115.0,  120.0,   127.0,   220.0,   230.0,
-                               240.0, 277.0, 400.0, 690.0, 6350.0, 11547.0, 63509.0, 132791.0};
-    double best = rms, bestError = 0.15;
-    for (double v : standard) {
-        const double error = std::fabs(rms - v) / v;
-        if (error < bestError) best = v, bestError = error;
-    }
-    return best;
-}
+// The nominal values are estimated from this much of the recording's start.
+constexpr double kEstimationSeconds = 2.0;
 
 class RecordingSource final : public SignalSource {
   public:
@@ -41,12 +33,17 @@ class RecordingSource final : public SignalSource {
                                options.delta,    options.nominalVoltage, options.nominalFrequency};
         map = mapChannels(meta, mapping);
         fillInfo(meta);
-        // The first chunk is read now: without a stated nominal voltage the
-        // recording's own level sets the reference of the dip and swell detectors.
-        buffered = readInterleaved(kChunk);
+        if (meta.sections.size() > 1) {
+            readResampled(meta);
+        } else {
+            info_.sampleRate = meta.uniformSampleRate();
+            info_.totalSamples = meta.totalSamples;
+            const auto estimationSamples = static_cast<size_t>(std::ceil(kEstimationSeconds * info_.sampleRate));
+            readInterleaved(std::max(kChunk, estimationSamples));
+        }
         if (buffered == 0) throw std::runtime_error(options.input + ": the recording holds no samples");
-        info_.nominalVoltage = map.nominalVoltage.value_or(nominalFromLevel(firstChunkRms()));
-        info_.nominalVoltageEstimated = !map.nominalVoltage;
+        chooseNominalFrequency(meta, options);
+        chooseNominalVoltage(options);
     }
 
     const SourceInfo& info() const override { return info_; }
@@ -56,16 +53,10 @@ class RecordingSource final : public SignalSource {
         const size_t n = buffered > 0 ? std::min(buffered, count) : readInterleaved(std::min(count, kChunk));
         voltages.resize(map.voltages.size());
         currents.resize(map.currents.size());
-        const size_t channels = reader->metadata().channels.size();
-        auto split = [&](std::vector<std::vector<float>>& out, const std::vector<size_t>& indices) {
-            for (size_t c = 0; c < indices.size(); ++c) {
-                out[c].resize(n);
-                for (size_t k = 0; k < n; ++k) out[c][k] = interleaved[(offset + k) * channels + indices[c]];
-            }
-        };
-        split(voltages, map.voltages);
-        split(currents, map.currents);
-        consume(n);
+        split(voltages, map.voltages, offset, n);
+        split(currents, map.currents, offset, n);
+        offset += n;
+        buffered -= n;
         return n;
     }
 
@@ -76,38 +67,101 @@ class RecordingSource final : public SignalSource {
         info_.format = meta.format;
         info_.startUtcNanoseconds = meta.startUtcNanoseconds;
         info_.startTimeZoneStated = meta.startTimeZoneStated;
-        info_.sampleRate = meta.uniformSampleRate();
-        info_.totalSamples = meta.totalSamples;
         info_.gridType = map.gridType;
-        info_.nominalFrequency =
-            map.nominalFrequency.value_or(meta.nominalFrequency > 0.0 ? meta.nominalFrequency : 50.0);
-        info_.nominalFrequencyEstimated = !map.nominalFrequency && !(meta.nominalFrequency > 0.0);
         for (size_t c : map.voltages) info_.voltages.push_back({meta.channels[c].name, "V"});
         for (size_t c : map.currents) info_.currents.push_back({meta.channels[c].name, "A"});
     }
 
-    size_t readInterleaved(size_t count) {
-        interleaved.resize(count * reader->metadata().channels.size());
-        offset = 0;
-        buffered = reader->readChunk(interleaved.data(), count);
-        return buffered;
-    }
-
-    void consume(size_t n) {
-        offset += n;
-        buffered -= n;
-    }
-
-    // RMS of the first voltage channel over the first chunk, as a phase voltage.
-    double firstChunkRms() const {
-        const size_t channels = reader->metadata().channels.size();
-        double sum = 0.0;
-        for (size_t k = 0; k < buffered; ++k) {
-            const double v = interleaved[k * channels + map.voltages[0]];
-            sum += v * v;
+    // A recording with several rates is read whole and put onto the highest of them.
+    void readResampled(const RecordingMetadata& meta) {
+        const size_t channels = meta.channels.size();
+        std::vector<float> all(meta.totalSamples * channels);
+        size_t read = 0;
+        while (read < meta.totalSamples) {
+            const size_t n =
+                reader->readChunk(all.data() + read * channels, std::min<size_t>(kChunk, meta.totalSamples - read));
+            if (n == 0) break;
+            read += n;
         }
-        const double rms = std::sqrt(sum / static_cast<double>(buffered));
-        return map.delta ? rms / std::sqrt(3.0) : rms;
+        all.resize(read * channels);
+        const double rate = uniformRateFor(meta.sections);
+        interleaved = resampleSections(all, channels, meta.sections, rate);
+        offset = 0;
+        buffered = interleaved.size() / channels;
+        info_.sampleRate = rate;
+        info_.totalSamples = buffered;
+        double lowest = rate;
+        for (const SampleSection& s : meta.sections) lowest = std::min(lowest, s.sampleRate);
+        char text[320];
+        std::snprintf(text, sizeof text,
+                      "%zu sample-rate sections (%.6g to %.6g Hz) resampled onto %.6g Hz by band-limited "
+                      "interpolation, timed by the sections of the configuration",
+                      meta.sections.size(), lowest, rate, rate);
+        info_.resampling = text;
+    }
+
+    void chooseNominalFrequency(const RecordingMetadata& meta, const AnalyserOptions& options) {
+        const size_t channels = reader->metadata().channels.size();
+        info_.measuredFrequency = estimateFundamentalFrequency(interleaved.data() + offset * channels + map.voltages[0],
+                                                               buffered, channels, info_.sampleRate);
+        if (options.nominalFrequency) {
+            info_.nominalFrequency = *options.nominalFrequency;
+            info_.nominalFrequencySource = NominalSource::Given;
+            return;
+        }
+        const double stated = meta.nominalFrequency;
+        const double estimated = info_.measuredFrequency > 0.0 ? nominalFrequencyFor(info_.measuredFrequency) : 0.0;
+        // A recording's stated frequency stands unless its samples clearly say otherwise.
+        if (stated > 0.0 && (estimated == 0.0 || std::fabs(estimated - stated) <= 0.1 * stated)) {
+            info_.nominalFrequency = stated;
+            info_.nominalFrequencySource = NominalSource::Recording;
+        } else if (estimated > 0.0) {
+            info_.nominalFrequency = estimated;
+            info_.nominalFrequencySource = NominalSource::Estimated;
+        } else {
+            info_.nominalFrequency = 50.0;
+            info_.nominalFrequencySource = NominalSource::Assumed;
+        }
+    }
+
+    // Without a stated nominal voltage the level of the cycles before the
+    // first disturbance stands in: the detectors then measure dips and swells
+    // against the voltage the system had before the event.
+    void chooseNominalVoltage(const AnalyserOptions& options) {
+        if (options.nominalVoltage) {
+            info_.nominalVoltage = *options.nominalVoltage;
+            info_.nominalVoltageSource = NominalSource::Given;
+            return;
+        }
+        std::vector<std::vector<float>> voltages(map.voltages.size());
+        split(voltages, map.voltages, offset, buffered);
+        const double frequency = info_.measuredFrequency > 0.0 ? info_.measuredFrequency : info_.nominalFrequency;
+        double level = preDisturbanceLevel(cycleRms(voltages, info_.sampleRate / frequency));
+        if (map.delta) level /= std::sqrt(3.0);
+        info_.nominalVoltage = level > 0.0 ? level : 230.0;
+        info_.nominalVoltageSource = level > 0.0 ? NominalSource::Estimated : NominalSource::Assumed;
+    }
+
+    void split(std::vector<std::vector<float>>& out, const std::vector<size_t>& indices, size_t from, size_t n) const {
+        const size_t channels = reader->metadata().channels.size();
+        for (size_t c = 0; c < indices.size(); ++c) {
+            out[c].resize(n);
+            for (size_t k = 0; k < n; ++k) out[c][k] = interleaved[(from + k) * channels + indices[c]];
+        }
+    }
+
+    // Reads up to `count` samples, fewer only at the end of the recording.
+    size_t readInterleaved(size_t count) {
+        const size_t channels = reader->metadata().channels.size();
+        interleaved.resize(count * channels);
+        offset = 0;
+        buffered = 0;
+        while (buffered < count) {
+            const size_t n = reader->readChunk(interleaved.data() + buffered * channels, count - buffered);
+            if (n == 0) break;
+            buffered += n;
+        }
+        return buffered;
     }
 
     std::unique_ptr<RecordingReader> reader;

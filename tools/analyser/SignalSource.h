@@ -15,6 +15,29 @@ struct SourceChannel {
     std::string unit;  // "V" or "A"
 };
 
+enum class NominalSource {
+    Given,      // by the user
+    Recording,  // stated by the recording (e.g. a COMTRADE line frequency)
+    Estimated,  // estimated from the samples
+    Assumed,    // neither given nor measurable: a default
+};
+
+inline const char* nominalSourceName(NominalSource source) {
+    switch (source) {
+        case NominalSource::Given:
+            return "given";
+        case NominalSource::Recording:
+            return "from the recording";
+        case NominalSource::Estimated:
+            return "estimated";
+        case NominalSource::Assumed:
+            return "assumed";
+    }
+    return "";
+}
+
+enum class PhaseRotation { Unknown, Forward, Reverse };  // L1-L2-L3 or L1-L3-L2
+
 struct SourceInfo {
     std::string description;  // file name or "built-in synthetic recording"
     std::string sourceFile;   // the recording's path as given; empty for the synthetic recording
@@ -27,9 +50,15 @@ struct SourceInfo {
     int gridType = 0;           // PowerGridConfigType
     double nominalVoltage = 230.0;
     double nominalFrequency = 50.0;
-    bool nominalVoltageEstimated = false;    // not given: derived from the recording
-    bool nominalFrequencyEstimated = false;  // neither given nor stated by the recording
-    std::vector<SourceChannel> voltages;     // in phase order, as the grid expects them
+    // Where the nominal values come from: the user, the recording's own
+    // statement, or estimates from the samples (see SignalEstimates.h).
+    NominalSource nominalVoltageSource = NominalSource::Given;
+    NominalSource nominalFrequencySource = NominalSource::Given;
+    // Fundamental frequency measured over the first seconds, Hz; 0 when unknown.
+    double measuredFrequency = 0.0;
+    // How the samples were put onto one rate; empty when they were recorded at one.
+    std::string resampling;
+    std::vector<SourceChannel> voltages;  // in phase order, as the grid expects them
     std::vector<SourceChannel> currents;
 };
 

@@ -26,7 +26,10 @@ std::unique_ptr<SignalSource> openSource(const AnalyserOptions& options) {
 int analyse(const AnalyserOptions& options) {
     std::unique_ptr<SignalSource> source = openSource(options);
     const SourceInfo& info = source->info();
-    Report report(info);
+    ReportSettings reportSettings;
+    reportSettings.interruptionThreshold = options.interruptionThreshold;
+    reportSettings.phaseOrder = options.phaseOrder;
+    Report report(info, reportSettings);
     std::unique_ptr<JsonLinesWriter> json;
     std::unique_ptr<CsvWriter> csv;
     std::vector<ResultSink*> sinks = {&report};
@@ -35,13 +38,13 @@ int analyse(const AnalyserOptions& options) {
     if (!options.csvFolder.empty()) sinks.push_back((csv = std::make_unique<CsvWriter>(options.csvFolder, info)).get());
     AnalysisSettings settings;
     settings.backend = options.backend;
+    settings.dipThreshold = options.dipThreshold;
+    settings.swellThreshold = options.swellThreshold;
     const bool longRecording = static_cast<double>(info.totalSamples) > 30.0 * info.sampleRate;
     settings.progress = options.progress.value_or(isatty(STDERR_FILENO) && longRecording);
     Analysis analysis(*source, settings, sinks);
-    if (analysis.run() == 0)
-        throw std::runtime_error(info.description + ": the recording is shorter than one block of " +
-                                 std::to_string(analysis.periodsPerBlock()) + " periods");
-    const RunFacts facts{analysis.backendName(), analysis.periodsPerBlock(), analysis.phaseOrder(), report.events()};
+    if (analysis.run() == 0) throw std::runtime_error(info.description + ": no block could be analysed");
+    const RunFacts facts{analysis.backendName(), analysis.periodsPerBlock(), report.summary(), report.events()};
     if (json) json->finish(facts);
     if (csv) csv->finish(facts);
     report.print(stdout, analysis.backendName(), analysis.periodsPerBlock());

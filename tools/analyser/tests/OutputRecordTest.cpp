@@ -48,14 +48,15 @@ TEST(OutputRecordTest, WritesNullsEscapesAndArraysInJsonAndCsv) {
         .number("nan_pct", std::nan(""))
         .integer("n", -3)
         .boolean("ok", true)
-        .texts("phases", {"L1", "L3"})
+        .texts("phases", {"HV Bus VR", "HV Bus VT"})
         .numbers("h_V", std::vector<std::optional<double>>{1.5, std::nullopt})
         .numbers("h_A", std::nullopt)
         .records("parts", {Record().text("phase", "L1")});
     EXPECT_EQ(record.json(),
               "{\"name\":\"a \\\"b\\\",\\\\c\\u000a\",\"x_V\":230.0,\"missing_A\":null,\"nan_pct\":null,\"n\":-3,"
-              "\"ok\":true,\"phases\":[\"L1\",\"L3\"],\"h_V\":[1.5,null],\"h_A\":null,\"parts\":[{\"phase\":\"L1\"}]}");
+              "\"ok\":true,\"phases\":[\"HV Bus VR\",\"HV Bus "
+              "VT\"],\"h_V\":[1.5,null],\"h_A\":null,\"parts\":[{\"phase\":\"L1\"}]}");
     // Arrays stay out of CSV rows whether they hold values or not, so every row has the header's columns.
     EXPECT_EQ(record.csvHeader(), "name,x_V,missing_A,nan_pct,n,ok,phases");
-    EXPECT_EQ(record.csvRow(), "\"a \"\"b\"\",\\c\n\",230.0,,,-3,true,L1 L3");
+    EXPECT_EQ(record.csvRow(), "\"a \"\"b\"\",\\c\n\",230.0,,,-3,true,HV Bus VR;HV Bus VT");
 }

@@ -19,7 +19,7 @@ import pytest
 HERE = Path(__file__).resolve().parent
 SCHEMA = HERE.parents[1] / "schema" / "tarnel64.analysis-1.schema.json"
 ANALYSER = os.environ.get("TARNEL_ANALYSER", "tarnel-analyse")
-DATA = Path(os.environ.get("TARNEL_COMTRADE_DATA_DIR", HERE.parents[3] / "tests" / "data" / "comtrade"))
+DATA = Path(os.environ.get("TARNEL_COMTRADE_DATA_DIR", HERE.parents[1] / "recordings" / "testdata" / "comtrade"))
 
 # name: (recording, extra options, sample rate and start time from the .cfg, mains frequency,
 #        the system's phase voltage in volts before the event)
@@ -31,6 +31,9 @@ RECORDINGS = {
     # 2013 layout with time code +9: 09:19 on the recorder's clock is 00:19 UTC.
     "ret670": ("ret670_breaker_open_2013_float32/Comtrade1.cfg", [], 1200.0, "2023-07-27T00:19:53.156666511Z", 60.0,
                130400.0),
+    # 83 sample-rate sections, put onto the highest of them; voltages only, secondary volts times the VT ratio.
+    "earthfault": ("earthfault_swell_multirate_50Hz/1.cfg", [], 2410.745117, "2017-05-25T08:13:16.587Z", 50.0,
+                   5860.0),
     "pq_meter_one_phase": ("pq_meter_dip_60Hz/1999-ascii-pq.cfg", ["--grid", "0", "--voltages", "Va"],
                            7678.4833984375, "2012-07-11T08:44:21.051022Z", 60.0, 7870.0),
 }
@@ -102,8 +105,11 @@ def test_pandas_reads_json_lines_in_the_recordings_units(analysed):
 
     phases = pd.json_normalize(of_kind(json_records(analysed), "block"), record_path="per_phase", meta=["index"])
     assert phases.u_rms_V.dtype == np.float64
-    # Volts, not kilovolts: the system's level, or a dip or swell of it.
-    assert phases.u_rms_V.between(0.3 * analysed["voltage"], 1.5 * analysed["voltage"]).all()
+    # Volts, not kilovolts: the first block near the system's level (a fault may begin in it), none above a
+    # swell of it (blocks of a dead line are near 0).
+    first = phases[phases["index"] == 0]
+    assert first.u_rms_V.between(0.5 * analysed["voltage"], 1.5 * analysed["voltage"]).all()
+    assert (phases.u_rms_V < 1.5 * analysed["voltage"]).all()
     # The harmonic arrays are indexed by order: order 1 is the fundamental.
     fundamental = phases.h_u_V.map(lambda h: h[1])
     assert np.allclose(fundamental, phases.u_fund_V, rtol=1e-6)
@@ -132,6 +138,65 @@ def test_quantities_not_measured_are_null(analysed):
     currents = any(c["quantity"] == "current" for c in header["channels"])
     assert phases.p_W.notna().all() == currents
     assert phases.h_i_A.notna().all() == currents
+    if not currents:
+        # Voltages only: every current quantity and power is null in blocks and periods alike.
+        unmeasured = ["i_rms_A", "i_fund_A", "thd_i_pct", "p_W", "q1_var", "s_VA", "pf", "dpf", "h_i_A", "h_i_deg"]
+        for column in unmeasured:
+            assert phases[column].isna().all(), column
+        for column in ("i2_pct", "i0_pct", "p_total_W", "s_total_VA"):
+            assert blocks[column].isna().all(), column
+        periods = pd.json_normalize(of_kind(records, "period"), record_path="per_phase")
+        for column in ("i_rms_A", "p_W", "pf", "angle_ui_deg"):
+            assert periods[column].isna().all(), column
+
+
+def test_header_states_coverage_nominals_and_rotation(analysed):
+    records = json_records(analysed)
+    header = records[0]
+    # Period values from the first whole cycle to the last; blocks to the last sample.
+    cycle = 1.0 / analysed["mains"]
+    assert header["periods_start_s"] <= 1.01 * cycle
+    assert header["periods_end_s"] >= header["duration_s"] - 1.01 * cycle
+    assert header["covered_end_s"] == pytest.approx(header["duration_s"], abs=1e-9)
+    assert header["valid_period_count"] == sum(p["valid"] for p in of_kind(records, "period"))
+    if analysed["name"] == "sel311":
+        # The fault begins in the fourth cycle and the line goes dead: no period is confirmed, so the
+        # frequency was not measured.
+        assert header["valid_period_count"] == 0 and header["freq_measured_Hz"] is None
+    else:
+        assert header["freq_measured_Hz"] == pytest.approx(analysed["mains"], abs=0.05)
+    # No nominal voltage was given: it is estimated from the cycles before the first disturbance.
+    assert header["nominal_voltage_source"] == "estimated" and header["nominal_voltage_estimated"]
+    assert header["nominal_voltage_V"] == pytest.approx(analysed["voltage"], rel=0.02)
+    assert header["nominal_frequency_Hz"] == analysed["mains"]
+    assert header["nominal_frequency_estimated"] == (header["nominal_frequency_source"] == "estimated")
+    assert not header["phase_order_given"]
+    if header["phase_count"] == 3:
+        # The power-quality meter's phases follow each other A-C-B.
+        assert header["phase_order"] == ("L1-L3-L2" if analysed["name"] == "pq_meter" else "L1-L2-L3")
+    assert (header["resampling"] is not None) == (analysed["name"] == "earthfault")
+
+
+def test_events_name_their_channels_and_agree_with_the_report(analysed):
+    records = json_records(analysed)
+    voltages = [c["name"] for c in records[0]["channels"] if c["quantity"] == "voltage"]
+    events = of_kind(records, "event")
+    for event in events:
+        assert event["phases"] and set(event["phases"]) <= set(voltages), event["phases"]
+        assert (event["t_end_s"] is None) == event["ongoing"] == (event["duration_s"] is None)
+    expected = {
+        # The dip in progress at the end of the recording, on Vb and Vc.
+        "pq_meter": lambda e: e["kind"] == "dip" and e["ongoing"] and e["phases"] == ["Vb", "Vc"],
+        # The breaker opens: every phase stays dead to the end.
+        "sel311": lambda e: e["kind"] == "interruption" and e["ongoing"] and len(e["phases"]) == 3,
+        # Re-strikes of the earth fault: dips of UB.
+        "earthfault": lambda e: e["kind"] == "dip" and e["phases"] == ["UB"] and not e["ongoing"],
+    }
+    if analysed["name"] in expected:
+        assert any(expected[analysed["name"]](e) for e in events), events
+    if analysed["name"] == "ret670":
+        assert not events
+    expect_report_table_like_csv(analysed)
 
 
 def test_csv_tables_hold_the_json_values_exactly(analysed):
@@ -185,7 +250,7 @@ def test_events_agree_in_json_csv_and_report(synthetic):
     nominal = records[0]["nominal_voltage_V"]
     events = pd.json_normalize(of_kind(records, "event"))
     assert list(events.kind) == ["dip", "swell", "rvc"]
-    assert list(events.phases) == [["L1"], ["L3"], ["L1", "L2", "L3"]]
+    assert list(events.phases) == [["U1"], ["U3"], ["U1", "U2", "U3"]]
     assert not events.ongoing.any()
     assert np.allclose(events.t_end_s - events.t_start_s, events.duration_s, atol=1e-12)
     assert np.allclose(events.extreme_pct, 100 * events.extreme_V / nominal, rtol=1e-12)
@@ -196,18 +261,24 @@ def test_events_agree_in_json_csv_and_report(synthetic):
     assert events.t_start_utc.isna().all()  # the synthetic recording has no start time
 
     table = pd.read_csv(synthetic["csv"] / "events.csv")
-    assert list(table.phases) == ["L1", "L3", "L1 L2 L3"]
+    assert list(table.phases) == ["U1", "U3", "U1;U2;U3"]
     scalar = events.drop(columns="phases")
     pd.testing.assert_frame_equal(table.drop(columns="phases")[scalar.columns], scalar, check_exact=True,
                                   check_dtype=False)
+    expect_report_table_like_csv(synthetic)
 
-    report = report_events(synthetic["report"])
+
+def expect_report_table_like_csv(out):
+    """The report's event table shows the events of events.csv, field for field."""
+    table = pd.read_csv(out["csv"] / "events.csv", keep_default_na=False, na_values=[""])
+    report = report_events(out["report"])
     assert len(report) == len(table)
-    for printed, (_, row) in zip(report, table.iterrows()):
+    numbers = ["t_start_s", "t_end_s", "duration_s", "extreme_V", "extreme_pct", "residual_V", "residual_pct",
+               "depth_pct", "step_V", "step_pct"]
+    for (printed, ongoing), (_, row) in zip(report, table.iterrows()):
         assert printed[0] == row.kind and printed[1] == row.phases
-        numbers = ["t_start_s", "t_end_s", "duration_s", "extreme_V", "extreme_pct", "residual_V",
-                   "residual_pct", "depth_pct", "step_V", "step_pct"]
-        for text, column in zip(printed[2:], numbers):
+        assert ongoing == row.ongoing
+        for text, column in zip(printed[2:], numbers, strict=True):
             if text == "-":
                 assert pd.isna(row[column]), column
             else:
@@ -216,11 +287,11 @@ def test_events_agree_in_json_csv_and_report(synthetic):
 
 
 def report_events(report):
-    """The rows of the report's event table, split into kind, phases and the values."""
+    """The rows of the report's event table: [kind, phases, values...] and whether flagged ongoing."""
     lines = report[report.index("\nEvents ("):].splitlines()[3:]
     rows = []
     for line in lines:
-        match = re.match(r"\s+(\S+)\s+(L\d(?: L\d)*)\s+(.*)$", line)
+        match = re.match(r"\s+(dip|swell|interruption|rvc)\s+(\S+)\s+(.*?)(  ongoing at end of recording)?$", line)
         if match:
-            rows.append([match.group(1), match.group(2), *match.group(3).split()])
+            rows.append(([match.group(1), match.group(2), *match.group(3).split()], match.group(4) is not None))
     return rows
