@@ -295,6 +295,7 @@ int collectPeriodValues(Queue& queue, unsigned long long processedSampleIndex, P
 }  // namespace
 
 void PowerModule::PowerModuleImpl::requirePeriodValues(const char* operation) const {
+    requireBuilt(operation);
     if (!config.areAnyPeriodValuesEnabled()) refuse(operation, "period values are not enabled");
     if (config.sampleRateDivider < 1) refuse(operation, "the sample rate divider must be at least 1");
     if (config.halfPeriodValuesCount < 1) refuse(operation, "a period value must span at least one half-period");
