@@ -85,7 +85,10 @@ int guarded(PowerModuleHandle handle, Body&& body) noexcept {
 
 // Copies `text` into the caller's buffer of `size` bytes, cut short if needed.
 int copyMessage(const std::string& text, char* buffer, int size) noexcept {
-    if (buffer == nullptr || size <= 0) return TARNEL_ERROR;
+    if (buffer == nullptr || size <= 0) {
+        remember(nullptr, "there is no room for the message: the buffer is null or its size below 1");
+        return TARNEL_ERROR;
+    }
     const size_t n = std::min(text.size(), static_cast<size_t>(size) - 1);
     std::memcpy(buffer, text.data(), n);
     buffer[n] = '\0';
@@ -155,7 +158,14 @@ extern "C" {
 PowerModuleHandle powerModule_create(void) { return create(); }
 
 PowerModuleHandle powerModule_createWithBackend(int backendKind) {
-    if (backendKind < TARNEL_BACKEND_AUTO || backendKind > TARNEL_BACKEND_CUDA) return nullptr;
+    if (backendKind < TARNEL_BACKEND_AUTO || backendKind > TARNEL_BACKEND_CUDA) {
+        try {
+            remember(nullptr, ("there is no backend kind " + std::to_string(backendKind)).c_str());
+        } catch (...) {
+            // Without memory for the text the null handle alone must do.
+        }
+        return nullptr;
+    }
     return create(static_cast<BackendKind>(backendKind));
 }
 
@@ -299,6 +309,7 @@ int scheduleForPeriodCalculationFromZeroCrossing(PowerModuleHandle handle, int c
 int powerModule_getLastErrorMessage(PowerModuleHandle handle, char* buffer, int size) {
     if (handle == nullptr) {
         copyMessage("the module handle is null", buffer, size);
+        remember(nullptr, "the module handle is null");
         return TARNEL_ERROR;
     }
     return copyMessage(reinterpret_cast<PowerModule*>(handle)->implementation()->getLastErrorMessage(), buffer, size);

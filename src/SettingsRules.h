@@ -22,8 +22,8 @@ struct ModuleSettingsState {
 
 // The largest sample ring: kernels address ring positions as 32-bit integers.
 constexpr unsigned long long kMaxBufferLength = 0x7fffffffULL;
-// The largest FFT length a block may need.
-constexpr unsigned long long kMaxFftLength = 1ULL << 28;
+// The largest FFT length a block may need (ten periods of 1 Hz at 1.6 MHz).
+constexpr unsigned long long kMaxFftLength = 1ULL << 24;
 // The shortest FFT that still resolves a fundamental and its second harmonic.
 constexpr unsigned long long kMinFftLength = 8;
 // Upper bounds of the result rings; a sane duration stays far below them.
