@@ -139,6 +139,35 @@ TEST(ModuleHardeningTest, AMeasurementRunsAcrossTwoToTheSixtyFour) {
     }
 }
 
+// Period values from blocks run across 2^64 as well when the ring length is a
+// power of two: a block straddling the wrap feeds its periods like any other.
+TEST(ModuleHardeningTest, PeriodValuesRunAcrossTwoToTheSixtyFour) {
+    TestModule m(BackendKind::Cpu);
+    configure(m, threePhase(32768), [](PowerModule& module) { module.setPeriodValuesEnabled(true); });
+    const unsigned long long origin = 0ULL - 3 * 2048 - 1000;
+    m.reset(origin);
+    std::vector<double> rms;
+    for (int b = 0; b < 6; ++b) {
+        unsigned long long first = origin + static_cast<unsigned long long>(b) * 2048;
+        writeSines(m, origin, first, 2048);
+        m.scheduleForCalculation(first, 2048, 50.0);
+        int length = 2048;
+        double frequency = 50.0;
+        bool valid = true;
+        m.scheduleForPeriodCalculation(1, &first, &length, &frequency, &valid);
+        m.sync();
+        EXPECT_EQ(m.getResults(0).size(), 1u);
+        for (bool more = true; more;) {
+            int count = 0;
+            PowerResultsPeriod* values = nullptr;
+            m.getPeriodResults(&count, &more, &values);
+            for (int n = 0; n < count; ++n) rms.push_back(values[n * 4].rmsU);
+        }
+    }
+    ASSERT_EQ(rms.size(), 60u);
+    for (double value : rms) EXPECT_NEAR(value, 100.0 / kSqrt2, 0.01);
+}
+
 // Frequencies outside the configured range but inside (resolution, fs / 2)
 // are calculated: with a static range on the one FFT length, with a variable
 // range on the length of the nearest end of the range.
