@@ -190,7 +190,7 @@ class PowerModule::PowerModuleImpl {
     bool rebuildTouchedDevice = false;
     // The last rebuild failed and could not be undone: nothing may run until
     // a rebuild succeeds.
-    bool rebuildFailed = false;
+    std::atomic<bool> rebuildFailed{false};
     // Orders the module's other streams after work a rebuild leaves on stream 0.
     CUevent_st* rebuildEvent = nullptr;
     std::array<CUstream_st*, 3> cudaStreams{};
