@@ -107,13 +107,3 @@ std::pair<unsigned short, unsigned short> PowerConfig::getPeriodCountAdvanceByRa
     const unsigned short g = n == 0 ? 200 : static_cast<unsigned short>(std::gcd(static_cast<unsigned>(n), 200u));
     return {static_cast<unsigned short>(n / g), static_cast<unsigned short>(200 / g)};
 }
-
-const char* PowerConfig::findUnbuildableSetting() const {
-    if (!(std::isfinite(sampleRate) && sampleRate > 0.0)) return "sample rate must be positive and finite";
-    if (sampleRateDivider < 1) return "sample rate divider must be at least 1";
-    if (!(std::isfinite(minFrequency) && minFrequency > 0.0)) return "minimum frequency must be positive and finite";
-    if (!(std::isfinite(maxFrequency) && maxFrequency >= minFrequency))
-        return "minimum frequency must not lie above the maximum frequency";
-    if (periodCount == 0) return "period count must be at least 1";
-    return nullptr;
-}

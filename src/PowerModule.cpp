@@ -20,88 +20,162 @@ PowerModule::~PowerModule() = default;
 
 BackendKind PowerModule::getBackendKind() const { return impl->getBackendKind(); }
 
+namespace {
+
+using Settings = PowerModule::PowerModuleImpl::Settings;
+
+// Checks of single values; each throws std::invalid_argument naming the rule.
+void anyFlag(bool) {}
+void finiteValue(double value) { tarnel::requireFinite(value, "the value"); }
+void harmonicOrder(int order) { tarnel::requireNonNegative(order, "a harmonic order"); }
+void percentOfReference(double percent) { tarnel::requirePositiveFinite(percent, "the threshold"); }
+void hysteresis(double percent) { tarnel::requireNonNegativeFinite(percent, "the hysteresis"); }
+void voltage(double volts) { tarnel::requirePositiveFinite(volts, "the nominal voltage"); }
+void steadyStateLength(int values) { tarnel::require(values >= 1, "the steady-state length must be at least 1"); }
+void periodCount(unsigned short count) { tarnel::require(count >= 1, "the period count must be at least 1"); }
+void halfPeriods(unsigned short count) {
+    tarnel::require(count >= 1, "a period value must span at least one half-period");
+}
+void overlap(unsigned short percent) {
+    tarnel::require(percent < 100, "the overlap of period values must stay below 100 %");
+}
+void gridType(PowerGridConfigType type) {
+    tarnel::require(type >= SinglePhase && type <= SinglePhaseAlternative, "the grid type must be one of 0 to 7");
+}
+
+std::string describe(const char* name, bool value) { return tarnel::describeCall(name, value); }
+std::string describe(const char* name, double value) { return tarnel::describeCall(name, value); }
+std::string describe(const char* name, int value) { return tarnel::describeCall(name, static_cast<long long>(value)); }
+std::string describe(const char* name, unsigned short value) {
+    return tarnel::describeCall(name, static_cast<unsigned long long>(value));
+}
+std::string describe(const char* name, PowerGridConfigType value) {
+    return tarnel::describeCall(name, static_cast<long long>(value));
+}
+
+// Stores one checked value; `rebuilds` says whether the module is rebuilt.
+template <typename Field, typename Value, typename Check>
+void store(PowerModule::PowerModuleImpl& impl, const char* name, Field PowerConfig::*field, Value value, Check check,
+           bool rebuilds) {
+    impl.changeSettings(
+        describe(name, value),
+        [&](Settings& s) {
+            check(value);
+            s.config.*field = static_cast<Field>(value);
+        },
+        rebuilds);
+}
+
+}  // namespace
+
 // Settings that change the buffer layout, the plans or the detectors rebuild.
-#define TARNEL_REBUILDING_SETTING(Name, Type, field)                                             \
-    void PowerModule::set##Name(Type value) { impl->setAndRebuild(&PowerConfig::field, value); } \
+#define TARNEL_REBUILDING_SETTING(Name, Type, field, check)                                                         \
+    void PowerModule::set##Name(Type value) { store(*impl, "set" #Name, &PowerConfig::field, value, check, true); } \
     Type PowerModule::get##Name() const { return impl->getConfig().field; }
 
-TARNEL_REBUILDING_SETTING(LineToLineResultsEnabled, bool, lineToLineResultsEnabled)
-TARNEL_REBUILDING_SETTING(WaveformsEnabled, bool, waveformsEnabled)
-TARNEL_REBUILDING_SETTING(InterHarmonicsEnabled, bool, interHarmonicsEnabled)
-TARNEL_REBUILDING_SETTING(ThdEnabled, bool, thdEnabled)
-TARNEL_REBUILDING_SETTING(PeriodValuesEnabled, bool, periodValuesEnabled)
-TARNEL_REBUILDING_SETTING(FundamentalPeriodValuesEnabled, bool, fundamentalPeriodValuesEnabled)
-TARNEL_REBUILDING_SETTING(RvcEnabled, bool, rvcEnabled)
-TARNEL_REBUILDING_SETTING(DipSwellEnabled, bool, dipSwellEnabled)
-TARNEL_REBUILDING_SETTING(ClarkeTransformEnabled, bool, clarkeTransformEnabled)
-TARNEL_REBUILDING_SETTING(ParkTransformEnabled, bool, parkTransformEnabled)
-TARNEL_REBUILDING_SETTING(ClarkeOrParkVoltagesEnabled, bool, clarkeOrParkVoltagesEnabled)
-TARNEL_REBUILDING_SETTING(ClarkeOrParkCurrentsEnabled, bool, clarkeOrParkCurrentsEnabled)
-TARNEL_REBUILDING_SETTING(ClarkeOrParkWaveformsEnabled, bool, clarkeOrParkWaveformsEnabled)
-TARNEL_REBUILDING_SETTING(HighestRequestedHarmonic, int, highestRequestedHarmonic)
-TARNEL_REBUILDING_SETTING(ThdHighestHarmonic, int, thdHighestHarmonic)
+TARNEL_REBUILDING_SETTING(LineToLineResultsEnabled, bool, lineToLineResultsEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(WaveformsEnabled, bool, waveformsEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(InterHarmonicsEnabled, bool, interHarmonicsEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(ThdEnabled, bool, thdEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(PeriodValuesEnabled, bool, periodValuesEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(FundamentalPeriodValuesEnabled, bool, fundamentalPeriodValuesEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(RvcEnabled, bool, rvcEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(DipSwellEnabled, bool, dipSwellEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(ClarkeTransformEnabled, bool, clarkeTransformEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(ParkTransformEnabled, bool, parkTransformEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(ClarkeOrParkVoltagesEnabled, bool, clarkeOrParkVoltagesEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(ClarkeOrParkCurrentsEnabled, bool, clarkeOrParkCurrentsEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(ClarkeOrParkWaveformsEnabled, bool, clarkeOrParkWaveformsEnabled, anyFlag)
+TARNEL_REBUILDING_SETTING(HighestRequestedHarmonic, int, highestRequestedHarmonic, harmonicOrder)
+TARNEL_REBUILDING_SETTING(ThdHighestHarmonic, int, thdHighestHarmonic, harmonicOrder)
 #undef TARNEL_REBUILDING_SETTING
 
 // The same for getters that are not const in the public interface.
-#define TARNEL_REBUILDING_SETTING_MUTABLE_GET(Name, Type, field)                                 \
-    void PowerModule::set##Name(Type value) { impl->setAndRebuild(&PowerConfig::field, value); } \
+#define TARNEL_REBUILDING_SETTING_MUTABLE_GET(Name, Type, field, check)                                             \
+    void PowerModule::set##Name(Type value) { store(*impl, "set" #Name, &PowerConfig::field, value, check, true); } \
     Type PowerModule::get##Name() { return impl->getConfig().field; }
 
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(RvcSteadyStateLength, int, rvcSteadyStateLength)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(RvcThreshold, double, rvcThreshold)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(RvcThresholdHysteresis, double, rvcThresholdHysteresis)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(DipThreshold, double, dipThreshold)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(SwellThreshold, double, swellThreshold)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(DipHysteresis, double, dipHysteresis)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(SwellHysteresis, double, swellHysteresis)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(NominalVoltage, double, nominalVoltage)
-TARNEL_REBUILDING_SETTING_MUTABLE_GET(NominalLineToLineVoltage, double, nominalLineToLineVoltage)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(RvcSteadyStateLength, int, rvcSteadyStateLength, steadyStateLength)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(RvcThreshold, double, rvcThreshold, percentOfReference)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(RvcThresholdHysteresis, double, rvcThresholdHysteresis, hysteresis)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(DipThreshold, double, dipThreshold, percentOfReference)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(SwellThreshold, double, swellThreshold, percentOfReference)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(DipHysteresis, double, dipHysteresis, hysteresis)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(SwellHysteresis, double, swellHysteresis, hysteresis)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(NominalVoltage, double, nominalVoltage, voltage)
+TARNEL_REBUILDING_SETTING_MUTABLE_GET(NominalLineToLineVoltage, double, nominalLineToLineVoltage, voltage)
 #undef TARNEL_REBUILDING_SETTING_MUTABLE_GET
 
 void PowerModule::setGridConfigType(PowerGridConfigType type) const {
-    impl->setAndRebuild(&PowerConfig::gridConfigType, type);
+    store(*impl, "setGridConfigType", &PowerConfig::gridConfigType, type, gridType, true);
 }
-void PowerModule::setCurrentEnabled(bool enabled) const { impl->setAndRebuild(&PowerConfig::currentEnabled, enabled); }
+void PowerModule::setCurrentEnabled(bool enabled) const {
+    store(*impl, "setCurrentEnabled", &PowerConfig::currentEnabled, enabled, anyFlag, true);
+}
 bool PowerModule::getCurrentEnabled() const { return impl->getConfig().currentEnabled; }
-void PowerModule::setFullFftEnabled(bool enabled) { impl->setAndRebuild(&PowerConfig::fullFftEnabled, enabled); }
-bool PowerModule::getFullFftEnabled() const { return impl->getFullFftEnabled(); }
+void PowerModule::setFullFftEnabled(bool enabled) {
+    store(*impl, "setFullFftEnabled", &PowerConfig::fullFftEnabled, enabled, anyFlag, true);
+}
+bool PowerModule::getFullFftEnabled() const {
+    return impl->getConfig().fullFftEnabled && !impl->getConfig().variableFrequency;
+}
 void PowerModule::setSymmetricalComponentsEnabled(bool enabled) {
-    impl->setAndRebuild(&PowerConfig::symmetricalComponentsEnabled, enabled);
+    store(*impl, "setSymmetricalComponentsEnabled", &PowerConfig::symmetricalComponentsEnabled, enabled, anyFlag, true);
 }
 bool PowerModule::getSymmetricalComponentsEnabled() const {
     return impl->getConfig().areSymmetricalComponentsEnabled();
 }
 void PowerModule::setPeriodSymmetricalComponentsEnabled(bool enabled) {
-    impl->setAndRebuild(&PowerConfig::periodSymmetricalComponentsEnabled, enabled);
+    store(*impl, "setPeriodSymmetricalComponentsEnabled", &PowerConfig::periodSymmetricalComponentsEnabled, enabled,
+          anyFlag, true);
 }
 bool PowerModule::getPeriodSymmetricalComponentsEnabled() const {
     return impl->getConfig().arePeriodSymmetricalComponentsEnabled();
 }
-void PowerModule::setPeriodCount(unsigned short count) { impl->setAndRebuild(&PowerConfig::periodCount, count); }
+void PowerModule::setPeriodCount(unsigned short count) {
+    store(*impl, "setPeriodCount", &PowerConfig::periodCount, count, periodCount, true);
+}
 
 // Settings read where they are used, without a rebuild.
-void PowerModule::setHalfPeriodValuesCount(unsigned short count) { impl->getConfig().halfPeriodValuesCount = count; }
+void PowerModule::setHalfPeriodValuesCount(unsigned short count) {
+    store(*impl, "setHalfPeriodValuesCount", &PowerConfig::halfPeriodValuesCount, count, halfPeriods, false);
+}
 unsigned short PowerModule::getHalfPeriodValuesCount() { return impl->getConfig().halfPeriodValuesCount; }
-void PowerModule::setPeriodValuesOverlapInPercent(unsigned short overlap) {
-    impl->getConfig().periodValuesOverlapInPercent = overlap;
+void PowerModule::setPeriodValuesOverlapInPercent(unsigned short percent) {
+    store(*impl, "setPeriodValuesOverlapInPercent", &PowerConfig::periodValuesOverlapInPercent, percent, overlap,
+          false);
 }
 unsigned short PowerModule::getPeriodValuesOverlapInPercent() { return impl->getConfig().periodValuesOverlapInPercent; }
-void PowerModule::setPolePairs(int polePairs) { impl->getConfig().polePairs = polePairs; }
+void PowerModule::setPolePairs(int polePairs) {
+    impl->changeSettings(
+        describe("setPolePairs", polePairs),
+        [&](Settings& s) {
+            tarnel::requireNonNegative(polePairs, "the pole pair count");
+            const PowerConfig& c = s.config;
+            const bool parkFromAngle =
+                (c.areParkVoltagesEnabled() || c.areParkCurrentsEnabled()) && c.mechanicalAngleUsed;
+            tarnel::require(polePairs >= 1 || !parkFromAngle,
+                            "the Park transform from the mechanical angle needs at least one pole pair");
+            s.config.polePairs = polePairs;
+        },
+        false);
+}
 int PowerModule::getPolePairs() const { return impl->getConfig().polePairs; }
-void PowerModule::setMechAngleOffset(double degrees) { impl->getConfig().mechAngleOffset = degrees; }
+void PowerModule::setMechAngleOffset(double degrees) {
+    store(*impl, "setMechAngleOffset", &PowerConfig::mechAngleOffset, degrees, finiteValue, false);
+}
 double PowerModule::getMechAngleOffset() const { return impl->getConfig().mechAngleOffset; }
-void PowerModule::setMechanicalAngleUsed(bool used) { impl->getConfig().mechanicalAngleUsed = used; }
+void PowerModule::setMechanicalAngleUsed(bool used) {
+    store(*impl, "setMechanicalAngleUsed", &PowerConfig::mechanicalAngleUsed, used, anyFlag, false);
+}
 bool PowerModule::getMechanicalAngleUsed() const { return impl->getConfig().mechanicalAngleUsed; }
 
+// The ring keeps its length in samples; its duration follows the new rate.
 void PowerModule::setSampleRate(double sampleRate, int sampleRateDivider) {
-    const unsigned long long length = getBufferLength();
     impl->setSampleRate(sampleRate, sampleRateDivider);
-    impl->setBufferLengthAndDuration(length, static_cast<double>(length) / sampleRate);
 }
 double PowerModule::getSampleRate() const { return impl->getConfig().sampleRate; }
-void PowerModule::setBufferLength(unsigned long long length) {
-    impl->setBufferLengthAndDuration(length, static_cast<double>(length) / getSampleRate());
-}
+void PowerModule::setBufferLength(unsigned long long length) { impl->setBufferLength(length); }
 unsigned long long PowerModule::getBufferLength() const { return impl->getBufferLength(); }
 void PowerModule::setStaticFrequency(double frequency, double tolerance) {
     impl->setStaticFrequency(frequency, tolerance);

@@ -26,6 +26,7 @@ PowerModule::PowerModuleImpl::PowerModuleImpl(PowerModule& owner_, const Backend
 PowerModule::PowerModuleImpl::~PowerModuleImpl() {
     // Calculations still in flight use the plans, events and buffers freed below.
     backend->synchronizeDevice();
+    if (rebuildEvent != nullptr) backend->destroyEvent(rebuildEvent);
     try {
         deinit();
     } catch (const GpuException&) {
@@ -37,27 +38,14 @@ PowerModule::PowerModuleImpl::~PowerModuleImpl() {
     for (auto* stream : cudaStreams) backend->destroyStream(stream);
 }
 
-void PowerModule::PowerModuleImpl::lazyInitialize() {
-    std::lock_guard<std::mutex> lock(updateMutex);
-    if (updateCount.load() == 0) initialize();
-}
-
-void PowerModule::PowerModuleImpl::beginUpdate() { updateCount.fetch_add(1); }
-
-void PowerModule::PowerModuleImpl::endUpdate() {
-    std::lock_guard<std::mutex> lock(updateMutex);
-    if (updateCount.load() <= 0) throw std::logic_error("endUpdate without a matching beginUpdate");
-    if (updateCount.fetch_sub(1) - 1 == 0) initialize();
-}
-
 void PowerModule::PowerModuleImpl::initialize() {
-    if (const char* problem = config.findUnbuildableSetting())
-        throw std::invalid_argument(std::string("cannot build the module: ") + problem);
     syncCuda();
     std::lock_guard<std::mutex> lock(schedulingMutex);
-    // Until the ring has a length there is nothing to size the buffers by: the
-    // settings are kept and the buffers come with the first complete rebuild.
-    if (buffers.getBufferLength() > 0) {
+    // Until the rate and the ring length are known there is nothing to size the
+    // buffers by: the settings are kept and the buffers come with the first
+    // complete rebuild.
+    if (effectiveSettings().isBuildable()) {
+        rebuildTouchedDevice = true;
         buffers.initialize();
         initFftPlans(buffers.getMinFftLength(), buffers.getMaxFftLength());
         windowBuffer.clearItems();
@@ -65,11 +53,17 @@ void PowerModule::PowerModuleImpl::initialize() {
         windowBuffer.resize(buffers.getMaxFftLength());
         windowLength = 0;
         fftInputLayout = 0;
-        // The unwritten third slot of each Park group reads as zero.
+        // The unwritten third slot of each Park group reads as zero. Work on the
+        // other streams is ordered after the clearing instead of waiting for it.
         buffers.clarkeParkBuffer.asyncMemsetToZeroOnDevice(buffers.getBufferLength(), cudaStreams[0]);
-        syncCuda();
+        if (rebuildEvent == nullptr) CUDA_CALL(backend->createEvent(&rebuildEvent));
+        CUDA_CALL(backend->recordEvent(rebuildEvent, cudaStreams[0]));
+        for (size_t k = 1; k < cudaStreams.size(); ++k)
+            CUDA_CALL(backend->streamWaitEvent(cudaStreams[k], rebuildEvent));
     }
     configureDetectors();
+    rebuildTouchedDevice = false;
+    rebuildFailed = false;
     rebuildCount += 1;
 }
 
@@ -119,32 +113,6 @@ void PowerModule::PowerModuleImpl::configureDetectors() {
     }
 }
 
-void PowerModule::PowerModuleImpl::setSampleRate(double sampleRate, int sampleRateDivider) {
-    config.sampleRate = sampleRate;
-    config.sampleRateDivider = sampleRateDivider;
-    lazyInitialize();
-}
-
-void PowerModule::PowerModuleImpl::setBufferLengthAndDuration(unsigned long long length, double duration) {
-    buffers.setBufferLengthAndDuration(length, duration);
-    lazyInitialize();
-}
-
-void PowerModule::PowerModuleImpl::setStaticFrequency(double frequency, double tolerance) {
-    const double t = std::max(std::min(tolerance, 0.5), 0.001);
-    config.variableFrequency = false;
-    config.minFrequency = (1.0 - t) * frequency;
-    config.maxFrequency = (t + 1.0) * frequency;
-    lazyInitialize();
-}
-
-void PowerModule::PowerModuleImpl::setVariableFrequency(double minFrequency, double maxFrequency) {
-    config.variableFrequency = true;
-    config.minFrequency = minFrequency;
-    config.maxFrequency = maxFrequency;
-    lazyInitialize();
-}
-
 unsigned long long PowerModule::PowerModuleImpl::getFftLength(unsigned long long, double frequency) const {
     if (!config.variableFrequency) return buffers.getMaxFftLength();
     return config.getFftLengthX(std::max(config.minFrequency, frequency));
@@ -161,6 +129,11 @@ unsigned long long PowerModule::PowerModuleImpl::getMaxHarmonicsCount() const {
 }
 
 void PowerModule::PowerModuleImpl::requireBuilt(const char* operation) const {
+    if (updateCount.load() > 0)
+        throw std::logic_error(std::string(operation) + ": an update is open; call endUpdate first");
+    if (rebuildFailed)
+        throw std::logic_error(std::string(operation) +
+                               ": the last rebuild failed; change a setting so that the module can be rebuilt");
     if (!buffers.isBuilt())
         throw std::logic_error(std::string(operation) +
                                ": the module has no sample buffers yet; set the buffer length and sample rate first");
@@ -204,15 +177,35 @@ void PowerModule::PowerModuleImpl::copyAddedSamplesToGpu(unsigned int count) {
         throw std::invalid_argument("writeSamples: " + std::to_string(count) +
                                     " samples do not fit the sample ring of " +
                                     std::to_string(buffers.getBufferLength()));
-    buffers.samplesBuffer.copySegmentFromHostToDevice(writtenSampleIndex, count, currentQueueItem->getCudaStream());
+    CUstream_st* stream = currentQueueItem->getCudaStream();
+    // Past sample index 2^64 the caller's ring positions start again at 0, so a
+    // stretch across it is copied in two pieces.
+    const unsigned long long beforeWrap = 0ULL - writtenSampleIndex;
+    if (beforeWrap != 0 && beforeWrap < count) {
+        buffers.samplesBuffer.copySegmentFromHostToDevice(writtenSampleIndex, beforeWrap, stream);
+        buffers.samplesBuffer.copySegmentFromHostToDevice(0, count - beforeWrap, stream);
+    } else {
+        buffers.samplesBuffer.copySegmentFromHostToDevice(writtenSampleIndex, count, stream);
+    }
     writtenSampleIndex += count;
 }
 
 void PowerModule::PowerModuleImpl::skipSamples(unsigned int count) {
+    requireBuilt("skipSamples");
     if (currentQueueItem == nullptr) throw std::logic_error("skipSamples: call reset before skipping samples");
     writtenSampleIndex += count;
     scheduledSampleIndex = processedSampleIndex = writtenSampleIndex;
     currentQueueItem->reset(writtenSampleIndex);
+}
+
+void PowerModule::PowerModuleImpl::setLastErrorMessage(const std::string& message) {
+    std::lock_guard<std::mutex> lock(lastErrorMutex);
+    lastErrorMessage = message;
+}
+
+std::string PowerModule::PowerModuleImpl::getLastErrorMessage() {
+    std::lock_guard<std::mutex> lock(lastErrorMutex);
+    return lastErrorMessage;
 }
 
 size_t PowerModule::PowerModuleImpl::getQueuedCalculationsCount() {

@@ -6,13 +6,17 @@
 #include <atomic>
 #include <complex>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "PowerBuffers.h"
 #include "PowerPeriodQueueItems.h"
 #include "PowerResultsQueueItem.h"
+#include "SettingsRules.h"
 #include "device/Backend.h"
 #include "tarnel/DipSwellMultiPhaseCalculation.h"
 #include "tarnel/PowerConfig.h"
@@ -26,20 +30,21 @@ class PowerModule::PowerModuleImpl {
     PowerModuleImpl(const PowerModuleImpl&) = delete;
     PowerModuleImpl& operator=(const PowerModuleImpl&) = delete;
 
-    // Settings. Setters that change the buffer layout rebuild the module unless
-    // an update is open; the rest only store.
-    PowerConfig& getConfig() { return config; }
-    const PowerConfig& getConfig() const { return config; }
-    template <typename Field, typename Value>
-    void setAndRebuild(Field PowerConfig::*field, Value value) {
-        config.*field = static_cast<Field>(value);
-        lazyInitialize();
-    }
+    // Settings. A change is one step: it is applied whole (and, outside an
+    // update, built when it affects buffers, plans or detectors) or refused
+    // with every setting, getter and buffer left as it was.
+    using Settings = tarnel::ModuleSettingsState;
+    // The settings callers see: those of the open update, else those in effect.
+    const PowerConfig& getConfig() const { return pendingSettings ? pendingSettings->config : config; }
+    // `call` names the setter and its value in the message of a refusal.
+    void changeSettings(const std::string& call, const std::function<void(Settings&)>& change, bool rebuilds = true);
     void setSampleRate(double sampleRate, int sampleRateDivider);
-    void setBufferLengthAndDuration(unsigned long long length, double duration);
+    void setBufferLength(unsigned long long length);
     void setStaticFrequency(double frequency, double tolerance);
     void setVariableFrequency(double minFrequency, double maxFrequency);
-    unsigned long long getBufferLength() const { return buffers.getBufferLength(); }
+    unsigned long long getBufferLength() const {
+        return pendingSettings ? pendingSettings->bufferLength : buffers.getBufferLength();
+    }
     unsigned short getPeriodCount() const { return config.periodCount; }
     PowerGridConfigType getGridConfigType() const { return config.gridConfigType; }
     PowerGridConfig getGridConfig() const { return config.getGridConfig(); }
@@ -86,19 +91,27 @@ class PowerModule::PowerModuleImpl {
     void scheduleForPeriodCalculationFromZeroCrossing(const std::vector<ZeroCrossingInterval>& intervals);
     void getPeriodResults(int* count, bool* more, PowerResultsPeriod** results);
 
+    // The text of the last failed call through the C interface.
+    void setLastErrorMessage(const std::string& message);
+    std::string getLastErrorMessage();
+
     // Introspection for tests and tools.
     const PowerBuffers& getBuffers() const { return buffers; }
     size_t getFftPlansCount() const { return fftPlans.size(); }
     size_t getQueuedCalculationsCount();
     unsigned long long getWrittenSampleIndex() const { return writtenSampleIndex; }
     unsigned long long getScheduledSampleIndex() const { return scheduledSampleIndex; }
-    unsigned long long getProcessedSampleIndex() const { return processedSampleIndex; }
+    unsigned long long getProcessedSampleIndex() const { return processedSampleIndex.load(); }
     unsigned long long getRebuildCount() const { return rebuildCount; }
     std::shared_ptr<PowerResultsQueueItem> getCurrentQueueItem() const { return currentQueueItem; }
 
   private:
     void initialize();
-    void lazyInitialize();
+    Settings effectiveSettings() const;
+    void installSettings(const Settings& settings);
+    void commitSettings(const Settings& next, bool rebuilds);
+    void recoverFromFailedRebuild();
+    void dropMeasurement();
     void initFftPlans(unsigned long long minFftLength, unsigned long long maxFftLength);
     void configureDetectors();
     void requireBuilt(const char* operation) const;
@@ -109,6 +122,7 @@ class PowerModule::PowerModuleImpl {
     // Steps of one block calculation.
     void validateBlockRequest(unsigned long long firstSampleIndex, unsigned int length, double frequency,
                               unsigned long long fftLength) const;
+    void refuseOverwritingUncollected(unsigned long long fftLength, double frequency);
     const double* prepareWindow(int length, CUstream_st* stream);
     void clearFftPadding(unsigned length, unsigned fftLength, CUstream_st* stream);
     void enqueueWaveformKernels(const PowerResultsQueueItem& item, size_t row, int start, float fftScale,
@@ -160,7 +174,8 @@ class PowerModule::PowerModuleImpl {
     unsigned long long periodValueCounter = 0;
     unsigned long long writtenSampleIndex = 0;
     unsigned long long scheduledSampleIndex = 0;
-    unsigned long long processedSampleIndex = 0;
+    // Written by block collection, read by period collection on another thread.
+    std::atomic<unsigned long long> processedSampleIndex{0};
     double previousFrequency = 0.0;
     double periodPhase = 0.0;
     double previousValid = 1.0;
@@ -168,6 +183,16 @@ class PowerModule::PowerModuleImpl {
     std::mutex resultsMutex;
     std::mutex updateMutex;
     std::atomic<int> updateCount{0};
+    // The settings being edited while an update is open.
+    std::optional<Settings> pendingSettings;
+    bool sampleRateSet = false;
+    // A rebuild started changing buffers or plans; undone if it fails.
+    bool rebuildTouchedDevice = false;
+    // The last rebuild failed and could not be undone: nothing may run until
+    // a rebuild succeeds.
+    std::atomic<bool> rebuildFailed{false};
+    // Orders the module's other streams after work a rebuild leaves on stream 0.
+    CUevent_st* rebuildEvent = nullptr;
     std::array<CUstream_st*, 3> cudaStreams{};
     std::vector<std::unique_ptr<tarnel::FftPlan>> fftPlans;
     std::shared_ptr<PowerResultsQueueItem> currentQueueItem;
@@ -179,6 +204,8 @@ class PowerModule::PowerModuleImpl {
     std::deque<std::shared_ptr<PowerPeriodResultsQueueItem>> periodResultsQueue;
     std::deque<std::shared_ptr<PowerPeriodResultsQueueItem2>> periodResultsQueue2;
     unsigned long long rebuildCount = 0;
+    std::mutex lastErrorMutex;
+    std::string lastErrorMessage;
     // The window of the last block length, kept on backends that prefer a table.
     GpuBuffer<double> windowBuffer;
     int windowLength = 0;

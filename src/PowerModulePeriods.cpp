@@ -30,6 +30,10 @@ constexpr double kBoundaryTolerance = 1e-6;
     throw std::invalid_argument(std::string(operation) + ": " + problem);
 }
 
+// Whether sample a comes no later than sample b; indices wrap at 2^64, so the
+// order is that of their difference.
+bool notAfter(unsigned long long a, unsigned long long b) { return b - a < (1ULL << 63); }
+
 std::string itemName(const char* kind, size_t index) { return std::string(kind) + " " + std::to_string(index); }
 
 // The reference phase advances by frequency / fs per sample: a frequency that is not finite, not
@@ -217,7 +221,7 @@ PhaseSums sumChannels(const PhaseChannels& ch, const ReferenceRing& ref, unsigne
 
 PhaseSums sumPhase(const PhaseChannels& ch, const ReferenceRing& ref, unsigned long long first, unsigned long long last,
                    double firstFraction, double lastFraction) {
-    if (first > last || ch.u == nullptr) return PhaseSums{};
+    if (!notAfter(first, last) || ch.u == nullptr) return PhaseSums{};
     const bool currents = ch.i != nullptr, lineToLine = ch.ul != nullptr;
     if (currents && lineToLine) return sumChannels<true, true>(ch, ref, first, last, firstFraction, lastFraction);
     if (currents) return sumChannels<true, false>(ch, ref, first, last, firstFraction, lastFraction);
@@ -289,7 +293,7 @@ int collectPeriodValues(Queue& queue, unsigned long long processedSampleIndex, P
     PowerResultsPeriod* out = *results;
     while (!queue.empty()) {
         const auto& item = *queue.front();
-        if (item.getLastRequiredSampleIndex() >= processedSampleIndex) break;
+        if (notAfter(processedSampleIndex, item.getLastRequiredSampleIndex())) break;
         if (item.getItemIndex() % ringLength == 0 && count > 0) {
             *more = true;
             break;
@@ -305,6 +309,7 @@ int collectPeriodValues(Queue& queue, unsigned long long processedSampleIndex, P
 }  // namespace
 
 void PowerModule::PowerModuleImpl::requirePeriodValues(const char* operation) const {
+    requireBuilt(operation);
     if (!config.areAnyPeriodValuesEnabled()) refuse(operation, "period values are not enabled");
     if (config.sampleRateDivider < 1) refuse(operation, "the sample rate divider must be at least 1");
     if (config.halfPeriodValuesCount < 1) refuse(operation, "a period value must span at least one half-period");
@@ -331,7 +336,10 @@ void PowerModule::PowerModuleImpl::validatePeriodBlocks(int count, const unsigne
         if (lengths[b] < 1) continue;
         const unsigned long long a = firstSamples[b], last = a + static_cast<unsigned long long>(lengths[b] - 1);
         const std::string name = itemName("block", static_cast<size_t>(b));
-        if (last < a) refuse(op, name + " runs past the largest sample index");
+        // Past 2^64 the ring positions run on only with a power-of-two ring and no divider.
+        const unsigned long long ring = buffers.getBufferLength();
+        if (last < a && (divider != 1 || (ring & (ring - 1)) != 0))
+            refuse(op, name + " crosses sample index 2^64, which needs a power-of-two buffer length and divider 1");
         requireUsableFrequency(op, name, frequencies[b], config.sampleRate);
         if (first && a / divider != currentPeriodItem->getFirstSampleIndex())
             refuse(op, name + " starts at sample " + std::to_string(a) + ", but the first block after reset must " +
@@ -393,7 +401,7 @@ void PowerModule::PowerModuleImpl::advancePeriodItems(unsigned long long lastSam
     const double samplePeriod = 1.0 / config.sampleRate;
     // A value that ends hands over to the next one, which starts again at its
     // own first sample: consecutive values share their boundary samples.
-    while (currentPeriodItem != nullptr && currentPeriodItem->getNextSampleIndexToProcess() <= lastSample) {
+    while (currentPeriodItem != nullptr && notAfter(currentPeriodItem->getNextSampleIndexToProcess(), lastSample)) {
         feedPeriodItem(*currentPeriodItem, lastSample, reference, samplePeriod);
         if (!currentPeriodItem->isLengthCalculated()) return;
         periodResultsQueue.push_back(currentPeriodItem);

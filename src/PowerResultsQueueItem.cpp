@@ -47,8 +47,15 @@ void PowerResultsQueueItem::setCalculation(unsigned long long first, unsigned in
     fftOutputLength = n / 2 + 1;
     if (fftOutputLength + firstFftOutputSampleIndex > fftOutputBufferLength) firstFftOutputSampleIndex = 0;
     dFrequency = sampleRate / n;
-    const auto nyquistOrder = static_cast<unsigned int>(std::ceil((n / 2) * dFrequency / f)) + 1;
-    harmonicLength = std::min(nyquistOrder, maxHarmonics);
+    harmonicLength = harmonicLengthFor(sampleRate, n, f, maxHarmonics);
+}
+
+unsigned int PowerResultsQueueItem::harmonicLengthFor(double sampleRate, unsigned int fftLength, double frequency,
+                                                      unsigned int maxHarmonics) {
+    const double dFrequency = sampleRate / fftLength;
+    // Compared in double: a frequency far below the resolution must not overflow the conversion.
+    const double nyquistOrder = std::ceil((fftLength / 2) * dFrequency / frequency) + 1.0;
+    return nyquistOrder < static_cast<double>(maxHarmonics) ? static_cast<unsigned int>(nyquistOrder) : maxHarmonics;
 }
 
 void PowerResultsQueueItem::callEventResultsCalculated(CUstream_st* stream) {

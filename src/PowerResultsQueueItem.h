@@ -21,6 +21,9 @@ class PowerResultsQueueItem {
                         unsigned int periodCount, unsigned int fftInputLength, unsigned int fftOutputBufferLength,
                         unsigned int maxHarmonics, double frequency);
     void reset(unsigned long long first) { firstSampleIndex = first; }
+    // Harmonic orders a block gets: up to the Nyquist frequency, at most `maxHarmonics`.
+    static unsigned int harmonicLengthFor(double sampleRate, unsigned int fftLength, double frequency,
+                                          unsigned int maxHarmonics);
     // Records this item's "predecessor done" event on the predecessor's stream.
     void callEventResultsCalculated(CUstream_st* stream);
     // Records the "copies done" event after this calculation's copies.

@@ -409,9 +409,8 @@ TEST(PeriodValuesTest, SchedulingRefusesBadInputAndChangesNothing) {
                  std::invalid_argument);  // no reset
     unset.module.reset(0);
     unset.module.beginUpdate();
-    unset.module.setSampleRate(kFs, 0);
-    EXPECT_THROW(unset.module.scheduleForPeriodCalculationFromZeroCrossing({first}), std::invalid_argument);
-    unset.module.setSampleRate(kFs, 1);
+    EXPECT_THROW(unset.module.setSampleRate(kFs, 0), std::invalid_argument);
+    EXPECT_THROW(unset.module.scheduleForPeriodCalculationFromZeroCrossing({first}), std::logic_error);  // update open
     unset.module.endUpdate();
 }
 

@@ -80,8 +80,4 @@ struct TARNEL_API PowerConfig {
     double getPeriodCountForPeriodValues() const;
     double getPeriodCountAdvanceBy() const;
     std::pair<unsigned short, unsigned short> getPeriodCountAdvanceByRatio() const;
-
-    // Names the first setting that can never give a working module, or returns
-    // null when the settings can be built.
-    const char* findUnbuildableSetting() const;
 };

@@ -325,10 +325,12 @@ _Static_assert(offsetof(PowerResultsPeriod, symmetricalComponent) == 400, "Power
 extern "C" {
 #endif
 
-/* Status codes returned by every function except the create functions. */
+/* Status codes returned by every function except the create functions. A null
+ * handle or a null output pointer gives TARNEL_ERROR. The text of every failure
+ * can be read with powerModule_getLastErrorMessage. */
 typedef enum TarnelStatus {
     TARNEL_SUCCESS = 0,
-    TARNEL_ERROR = 1,            /* any failure other than the two below; not reported */
+    TARNEL_ERROR = 1,            /* a refused call or any failure other than the two below; not reported */
     TARNEL_TOO_MANY_RESULTS = 2, /* getResults: the results did not fit the array; not reported */
     TARNEL_GPU_ERROR = 3         /* a CUDA or cuFFT failure; its message went to the reporter */
 } TarnelStatus;
@@ -364,10 +366,23 @@ TARNEL_API PowerModuleHandle powerModule_createCpuWithMemoryCapacity(unsigned lo
 TARNEL_API int powerModule_destroy(PowerModuleHandle handle);
 /* Null switches reporting off. Register before modules are used. */
 TARNEL_API int registerErrorReporter(ReportErrorCallback callback);
+/* Copies the text of the last call on this handle that did not succeed into
+ * buffer (at most size - 1 characters and a terminating NUL); "" when none
+ * failed. TARNEL_ERROR for a null handle (the buffer then says so), a null
+ * buffer or a size below 1. */
+TARNEL_API int powerModule_getLastErrorMessage(PowerModuleHandle handle, char* buffer, int size);
+/* The same for the last failed call made on the calling thread, whatever its
+ * module: the way to learn why a create function returned null. */
+TARNEL_API int powerModule_getThreadLastErrorMessage(char* buffer, int size);
 
 /* Settings. A setter outside beginUpdate/endUpdate rebuilds the module at once
  * where the setting affects buffers, plans or detectors; inside, endUpdate
- * rebuilds once. Getters write through their pointer only on success. */
+ * rebuilds once. A refused setter or endUpdate (TARNEL_ERROR, or
+ * TARNEL_GPU_ERROR when the device fails) leaves every setting as it was; a
+ * refused endUpdate closes the update and keeps the settings from before it.
+ * Buffers are built once the sample rate and the buffer length are set, so
+ * settings may be made one at a time in any order. Getters write through
+ * their pointer only on success. */
 TARNEL_API int setClarkeOrParkCurrentsEnabled(PowerModuleHandle handle, bool enabled);
 TARNEL_API int getClarkeOrParkCurrentsEnabled(PowerModuleHandle handle, bool* enabled);
 TARNEL_API int setClarkeOrParkVoltagesEnabled(PowerModuleHandle handle, bool enabled);
@@ -469,10 +484,15 @@ TARNEL_API int syncCuda(PowerModuleHandle handle);
 TARNEL_API int writeSamples(PowerModuleHandle handle, unsigned int count);
 TARNEL_API int skipSamples(PowerModuleHandle handle, unsigned int count);
 
-/* Block calculations and their results. results must have room for
- * maxResults records; more ready results than that give
- * TARNEL_TOO_MANY_RESULTS with *resultsCount and results untouched (the
- * results are dropped). maxResults 0 succeeds only when no result is ready. */
+/* Block calculations and their results. The frequency must lie below half the
+ * sample rate and at or above the resolution of the block's FFT; frequencies
+ * outside the configured range inside those bounds are calculated with the
+ * FFT length of the nearest end of the range. A calculation that would reuse
+ * the storage of a result not yet collected is refused. getResults copies at
+ * most maxResults records (results must have room for them); results beyond
+ * maxResults stay queued for the next call. maxResults 0 succeeds only when no
+ * result is ready and otherwise returns TARNEL_TOO_MANY_RESULTS, collecting
+ * nothing; a negative maxResults gives TARNEL_ERROR. */
 TARNEL_API int scheduleForCalculation(PowerModuleHandle handle, unsigned long long firstSampleIndex, int length,
                                       double frequency);
 TARNEL_API int isAnyResultReady(PowerModuleHandle handle, bool* ready);

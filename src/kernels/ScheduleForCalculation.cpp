@@ -39,14 +39,67 @@ void PowerModule::PowerModuleImpl::validateBlockRequest(unsigned long long first
                std::to_string(ring));
     if (!(std::isfinite(frequency) && frequency > 0.0))
         refuse("the frequency must be positive and finite, not " + std::to_string(frequency));
+    if (!(frequency < 0.5 * config.sampleRate))
+        refuse("the frequency " + std::to_string(frequency) + " Hz does not lie below half the sample rate (" +
+               std::to_string(0.5 * config.sampleRate) + " Hz)");
+    const double resolution = config.sampleRate / static_cast<double>(fftLength);
+    if (frequency < resolution)
+        refuse("the frequency " + std::to_string(frequency) + " Hz lies below the resolution of the block's FFT (" +
+               std::to_string(resolution) + " Hz)");
     if (length > fftLength)
         refuse("a block of " + std::to_string(length) + " samples is longer than its FFT length " +
                std::to_string(fftLength));
-    if (first < lastResetSampleIndex || first + length > writtenSampleIndex)
+    // Distances are taken modulo 2^64 so that a measurement runs across the
+    // wrap of the sample index.
+    const unsigned long long behindWritten = writtenSampleIndex - first;
+    const unsigned long long writtenSinceReset = writtenSampleIndex - lastResetSampleIndex;
+    if (behindWritten < length || behindWritten > writtenSinceReset)
         refuse("samples " + std::to_string(first) + " to " + std::to_string(first + length - 1) +
                " have not been written with writeSamples");
-    if (writtenSampleIndex - first > ring)
+    if (behindWritten > ring)
         refuse("sample " + std::to_string(first) + " has already been overwritten in the sample ring");
+    // Ring positions are continuous across 2^64 only when the ring length divides it.
+    const bool crossesWrap = first + length < first && first + length != 0;
+    if (crossesWrap && (ring & (ring - 1)) != 0)
+        refuse("a block may cross sample index 2^64 only with a power-of-two buffer length");
+    const bool parkFromAngle =
+        (config.areParkVoltagesEnabled() || config.areParkCurrentsEnabled()) && config.mechanicalAngleUsed;
+    if (parkFromAngle && config.polePairs < 1)
+        refuse("the Park transform from the mechanical angle needs at least one pole pair; call setPolePairs");
+}
+
+// Each result row, harmonics stretch and kept spectrum stretch belongs to one
+// calculation until it is collected; a calculation that would reuse one early
+// is refused instead of corrupting a waiting result.
+void PowerModule::PowerModuleImpl::refuseOverwritingUncollected(unsigned long long fftLength, double frequency) {
+    const PowerResultsQueueItem& next = *currentQueueItem;
+    const unsigned long long harmonicsFirst = next.getFirstHarmonicSampleIndex();
+    const unsigned long long harmonicsCount =
+        PowerResultsQueueItem::harmonicLengthFor(config.sampleRate, static_cast<unsigned>(fftLength), frequency,
+                                                 static_cast<unsigned>(config.getRequiredHarmonicsCount()));
+    const unsigned long long spectraCount = fftLength / 2 + 1;
+    unsigned long long spectraFirst = next.getFirstFftOutputSampleIndex();
+    if (spectraFirst + spectraCount > buffers.fftOutputBuffer.getLength()) spectraFirst = 0;
+    auto overlaps = [](unsigned long long a, unsigned long long n, unsigned long long b, unsigned long long m) {
+        return a < b + m && b < a + n;
+    };
+    std::lock_guard<std::mutex> lock(resultsMutex);
+    const size_t rows = buffers.getGeneralResultsBufferLength();
+    if (resultsQueue.size() > rows)
+        refuse(std::to_string(rows) +
+               " results wait to be collected and every result row is taken; collect them "
+               "with getResults first");
+    for (const auto& waiting : resultsQueue) {
+        if (waiting == currentQueueItem) continue;
+        const bool harmonicsShared = overlaps(harmonicsFirst, harmonicsCount, waiting->getFirstHarmonicSampleIndex(),
+                                              waiting->getHarmonicLength());
+        const bool spectraShared =
+            getFullFftEnabled() && overlaps(spectraFirst, spectraCount, waiting->getFirstFftOutputSampleIndex(),
+                                            waiting->getFftOutputLength());
+        if (harmonicsShared || spectraShared)
+            refuse("the result of the block at sample " + std::to_string(waiting->getFirstSampleIndex()) +
+                   " still occupies the storage this block needs; collect it with getResults first");
+    }
 }
 
 const double* PowerModule::PowerModuleImpl::prepareWindow(int length, CUstream_st* stream) {
@@ -261,6 +314,7 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
     const unsigned long long fftLength =
         std::max<unsigned long long>(getFftLength(length, frequency), buffers.getMinFftLength());
     validateBlockRequest(firstSampleIndex, length, frequency, fftLength);
+    refuseOverwritingUncollected(fftLength, frequency);
     if (config.parkTransformEnabled && config.mechanicalAngleUsed && config.getPhasesCount() == 3 &&
         buffers.samplesBuffer.getDeviceBuffer(slots::kMechanicalAngle) == nullptr)
         throw std::logic_error(

@@ -10,6 +10,7 @@ endif()
 set(functions
   powerModule_create powerModule_destroy registerErrorReporter
   powerModule_createWithBackend powerModule_createCpuWithMemoryCapacity
+  powerModule_getLastErrorMessage powerModule_getThreadLastErrorMessage
   setClarkeOrParkCurrentsEnabled getClarkeOrParkCurrentsEnabled
   setClarkeOrParkVoltagesEnabled getClarkeOrParkVoltagesEnabled
   setClarkeOrParkWaveformsEnabled getClarkeOrParkWaveformsEnabled
@@ -57,9 +58,10 @@ set(functions
 list(LENGTH functions functionCount)
 list(REMOVE_DUPLICATES functions)
 list(LENGTH functions distinctCount)
-# The 99 functions of the interface plus the two extra create functions.
-if(NOT functionCount EQUAL 101 OR NOT distinctCount EQUAL 101)
-  message(FATAL_ERROR "the list of functions has ${functionCount} entries, ${distinctCount} distinct; expected 101")
+# The 99 functions of the interface, the two extra create functions and the
+# two that read the text of the last failure.
+if(NOT functionCount EQUAL 103 OR NOT distinctCount EQUAL 103)
+  message(FATAL_ERROR "the list of functions has ${functionCount} entries, ${distinctCount} distinct; expected 103")
 endif()
 
 execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY}
