@@ -23,7 +23,8 @@ struct BackendOptions {
 
 namespace tarnel {
 
-// True when the CUDA backend is built in and the runtime finds a device.
+// True when the CUDA backend is built in, the runtime finds a device and the
+// cuFFT library loads: what Auto needs to pick the CUDA backend.
 TARNEL_API bool isCudaDeviceAvailable();
 // "cpu" or "cuda"; Auto resolves to the backend Auto would pick now.
 TARNEL_API const char* backendName(BackendKind kind);

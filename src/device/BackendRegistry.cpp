@@ -15,9 +15,11 @@ namespace {
 
 constexpr int kNoDevice = 100;  // "no CUDA-capable device is detected"
 
+// Auto takes the CUDA backend only where it can run: a device, and the
+// libraries it loads at run time.
 bool probeCudaDevice() {
 #if defined(TARNEL_WITH_CUDA)
-    return cudaBackendHasDevice();
+    return cudaBackendHasDevice() && cudaBackendLibrariesLoad();
 #else
     return false;
 #endif
