@@ -3,7 +3,7 @@
 # cudart, cuFFT) is expected under /usr/local/cuda; without it the library is
 # built with the CPU backend only.
 set -euo pipefail
-packages=(build-essential cmake pkg-config libfftw3-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format)
+packages=(build-essential cmake pkg-config libfftw3-dev libkissfft-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format)
 missing=()
 for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
 if ((${#missing[@]})); then

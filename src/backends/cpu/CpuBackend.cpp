@@ -5,8 +5,8 @@
 #include <map>
 #include <vector>
 
+#include "backends/cpu/CpuFftPlan.h"
 #include "backends/cpu/CpuKernelRunner.h"
-#include "backends/cpu/FftwPlan.h"
 #include "kernels/AllKernels.h"
 
 namespace tarnel {
@@ -191,7 +191,7 @@ int CpuBackend::synchronizeDevice() {
 }
 
 int CpuBackend::createFftPlan(std::unique_ptr<FftPlan>* plan, int length, int batch) {
-    return createFftwPlan(plan, length, batch, measureFftPlans, [this](DeviceStream s) { return streamOf(s); });
+    return createCpuFftPlan(plan, length, batch, measureFftPlans, [this](DeviceStream s) { return streamOf(s); });
 }
 
 #define TARNEL_DEFINE_CPU_LAUNCH(Kernel)                                                           \
