@@ -26,6 +26,7 @@
 #include "tarnel/PowerGridConfig.h"
 #include "tarnel/PowerResults.h"
 #include "tarnel/PreciseFraction.h"
+#include "tarnel/Version.h"
 
 class TARNEL_API PowerModule {
   public:

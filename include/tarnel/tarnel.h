@@ -42,6 +42,7 @@
 #define TARNEL_TARNEL_H
 
 #include "tarnel/Export.h"
+#include "tarnel/Version.h"
 
 #ifdef __cplusplus
 
