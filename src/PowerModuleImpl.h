@@ -19,7 +19,8 @@
 #include "tarnel/PowerModule.h"
 #include "tarnel/RvcMultiPhaseCalculation.h"
 
-class PowerModule::PowerModuleImpl {
+// Hidden, although nested in an exported class: not part of the public API.
+class __attribute__((visibility("hidden"))) PowerModule::PowerModuleImpl {
   public:
     PowerModuleImpl(PowerModule& owner, const BackendOptions& options);
     ~PowerModuleImpl();

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "tarnel/Export.h"
 #include "tarnel/PreciseFraction.h"
 
 // One period boundary found from the caller's zero crossings.
@@ -64,7 +63,7 @@ class PowerPeriodResultsQueueItem2 {
 // One period value measured by accumulating the reference phase sample by
 // sample until it has advanced by the value's length in periods. Exported only
 // so that the library's tests can drive it directly.
-class TARNEL_API PowerPeriodResultsQueueItem {
+class PowerPeriodResultsQueueItem {
   public:
     PowerPeriodResultsQueueItem(unsigned long long index, unsigned long long firstSampleIndex,
                                 double firstSampleFraction, double periodCount, double advanceBy);
