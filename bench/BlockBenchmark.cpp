@@ -30,6 +30,8 @@
 #include "tarnel/DeviceBackend.h"
 #include "tarnel/PowerModule.h"
 
+using namespace tarnel;
+
 namespace {
 
 constexpr double kSampleRate = 51200.0;

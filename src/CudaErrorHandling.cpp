@@ -1,8 +1,8 @@
 #include "tarnel/CudaErrorHandling.h"
 
-GpuException::~GpuException() = default;
-
 namespace tarnel {
+
+GpuException::~GpuException() = default;
 
 const char* deviceErrorString(int code) {
     // The texts the CUDA runtime gives for the codes this library can meet;
@@ -86,6 +86,6 @@ void throwCufftError(int result, const char* file, int line) {
                        std::to_string(result) + ": " + cufftErrorText(result));
 }
 
-}  // namespace tarnel
+void CUFFT_CALL(int result) { checkCufftResult(result); }
 
-void CUFFT_CALL(int result) { tarnel::checkCufftResult(result); }
+}  // namespace tarnel

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+namespace tarnel {
+
 namespace {
 
 // Opens or closes the polyphase event from the channels' states. `startTime` holds the start of the
@@ -68,3 +70,5 @@ SwellResult DipSwellMultiPhaseCalculation::getSwellTotalResult() {
     trackPolyphaseEvent(total, anyInEvent, noEventTime, swellStartTime, swellCount);
     return total;
 }
+
+}  // namespace tarnel

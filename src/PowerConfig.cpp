@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numeric>
 
+namespace tarnel {
+
 PowerGridConfig PowerConfig::getGridConfig() const { return PowerGridConfig::forType(gridConfigType); }
 
 unsigned char PowerConfig::getPhasesCount() const { return getGridConfig().phasesCount; }
@@ -117,3 +119,5 @@ const char* PowerConfig::findUnbuildableSetting() const {
     if (periodCount == 0) return "period count must be at least 1";
     return nullptr;
 }
+
+}  // namespace tarnel

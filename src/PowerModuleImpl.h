@@ -19,6 +19,8 @@
 #include "tarnel/PowerModule.h"
 #include "tarnel/RvcMultiPhaseCalculation.h"
 
+namespace tarnel {
+
 // Hidden, although nested in an exported class: not part of the public API.
 class __attribute__((visibility("hidden"))) PowerModule::PowerModuleImpl {
   public:
@@ -190,3 +192,5 @@ class __attribute__((visibility("hidden"))) PowerModule::PowerModuleImpl {
     // The oldest sample the period values may still read from the host rings.
     unsigned long long lastResetSampleIndex = 0;
 };
+
+}  // namespace tarnel

@@ -8,6 +8,8 @@
 #include "PowerQuantities.h"
 #include "tarnel/PowerSymmetricalComponents.h"
 
+namespace tarnel {
+
 bool PowerModule::PowerModuleImpl::isAnyResultReady() {
     std::lock_guard<std::mutex> lock(resultsMutex);
     return !resultsQueue.empty() && resultsQueue.front()->isResultReady();
@@ -227,3 +229,5 @@ void PowerModule::PowerModuleImpl::fillClarkePark(PowerResultsGeneral& record, s
         for (int k = 0; k < 3 && current && i != nullptr; ++k) record.parkI[k] = i[k];
     }
 }
+
+}  // namespace tarnel

@@ -7,6 +7,8 @@
 
 #include "tarnel/PreciseFraction.h"
 
+namespace tarnel {
+
 // One period boundary found from the caller's zero crossings.
 class PowerPeriodStartQueueItem {
   public:
@@ -99,3 +101,5 @@ class PowerPeriodResultsQueueItem {
     unsigned long long processedSamples = 0;
     double accumulatedPeriods = 0.0;
 };
+
+}  // namespace tarnel

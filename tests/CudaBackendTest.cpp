@@ -122,7 +122,8 @@ void expectPhasesAgree(const PowerResultsPhase& a, const PowerResultsPhase& b, s
             EXPECT_NEAR(wrapDegrees(x[h] - y[h]), 0.0, 0.05) << name << " order " << h;
         }
     }
-    const std::pair<const float2*, const float2*> spectra[3] = {{a.fftU, b.fftU}, {a.fftI, b.fftI}, {a.fftUL, b.fftUL}};
+    const std::pair<const tarnel::float2*, const tarnel::float2*> spectra[3] = {
+        {a.fftU, b.fftU}, {a.fftI, b.fftI}, {a.fftUL, b.fftUL}};
     for (const auto& [x, y] : spectra) {
         ASSERT_EQ(x == nullptr, y == nullptr);
         if (x == nullptr) continue;
@@ -263,3 +264,5 @@ TEST(CufftLibraryTest, AMissingOrForeignLibraryIsNamedWithTheReason) {
     EXPECT_EQ(std::string(tarnel::cufftLibraryName()).rfind("libcufft.so.", 0), 0u);
 }
 #endif
+
+using namespace tarnel;

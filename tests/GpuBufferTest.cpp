@@ -14,6 +14,8 @@
 #include "tarnel/CudaErrorHandling.h"
 #include "tarnel/GpuBuffer.h"
 
+using namespace tarnel;
+
 namespace {
 
 using Copy = GpuBufferItems::CopyType;

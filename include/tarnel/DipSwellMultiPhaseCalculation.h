@@ -8,6 +8,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerEvents.h"
 
+namespace tarnel {
+
 // A polyphase dip or swell begins when the first channel enters one and ends when the last
 // channel has left it.
 class TARNEL_API DipSwellMultiPhaseCalculation {
@@ -33,3 +35,10 @@ class TARNEL_API DipSwellMultiPhaseCalculation {
     uint32_t swellCount = 0;
     std::vector<DipSwellPhaseCalculation> phases;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::DipSwellMultiPhaseCalculation;
+#endif

@@ -7,6 +7,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerGridConfig.h"
 
+namespace tarnel {
+
 struct TARNEL_API PowerConfig {
     PowerGridConfigType gridConfigType = SinglePhase;
     double sampleRate = 1.0;
@@ -85,3 +87,10 @@ struct TARNEL_API PowerConfig {
     // null when the settings can be built.
     const char* findUnbuildableSetting() const;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::PowerConfig;
+#endif

@@ -32,7 +32,7 @@ std::shared_ptr<Backend> cudaBackend() {
         return backend;
     }
 #endif
-    CUDA_CALL(kNoDevice);
+    TARNEL_CUDA_CALL(kNoDevice);
     return nullptr;
 }
 

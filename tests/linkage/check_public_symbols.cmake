@@ -19,7 +19,7 @@ set(public_functions
 list(JOIN public_classes "|" classes)
 list(JOIN public_functions "|" functions)
 # A member of a public class (not of a class nested in it), or a public function.
-set(public_cxx "^(tarnel::)?((${classes})(<[^()]*>)?::[^:()]+(\\(.*)?|(${functions})\\(.*)$")
+set(public_cxx "^tarnel::((${classes})(<[^()]*>)?::[^:()]+(\\(.*)?|(${functions})\\(.*)$")
 
 execute_process(COMMAND ${NM} -D --defined-only -C ${LIBRARY}
   OUTPUT_VARIABLE symbols RESULT_VARIABLE result ERROR_VARIABLE errors)
@@ -44,7 +44,7 @@ foreach(line IN LISTS lines)
   endif()
   # Run-time type data, tables and thunks of a public class count as the class.
   string(REGEX REPLACE "^(typeinfo name for |typeinfo for |vtable for |VTT for |construction vtable for .*-in-|(non-)?virtual thunk to )" "" owner "${name}")
-  if(owner MATCHES "^(tarnel::)?(${classes})(<[^()]*>)?$" OR owner MATCHES "${public_cxx}")
+  if(owner MATCHES "^tarnel::(${classes})(<[^()]*>)?$" OR owner MATCHES "${public_cxx}")
     continue()
   endif()
   list(APPEND unexpected "${name}")
