@@ -11,7 +11,7 @@
 // repetitions of all benchmarks run in random interleaved order
 // (--benchmark_enable_random_interleaving=false runs them one after another).
 //
-//   ./tarnel_block_benchmark [google-benchmark flags]
+//   ./tarnel_block_benchmark [--paired_rounds=N] [google-benchmark flags]
 #include <benchmark/benchmark.h>
 #include <fftw3.h>
 
@@ -19,6 +19,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
@@ -28,6 +29,8 @@
 
 #include "tarnel/DeviceBackend.h"
 #include "tarnel/PowerModule.h"
+
+using namespace tarnel;
 
 namespace {
 
@@ -380,9 +383,27 @@ std::vector<char*> withInterleaving(int argc, char** argv) {
     return args;
 }
 
+// --paired_rounds=N (default 15; 0 leaves them out), taken off the command line.
+int takePairedRounds(int* argc, char** argv) {
+    const std::string prefix = "--paired_rounds=";
+    int rounds = 15;
+    int kept = 1;
+    for (int k = 1; k < *argc; ++k) {
+        const std::string arg = argv[k];
+        if (arg.rfind(prefix, 0) == 0) {
+            rounds = std::max(0, std::atoi(arg.c_str() + prefix.size()));
+        } else {
+            argv[kept++] = argv[k];
+        }
+    }
+    *argc = kept;
+    return rounds;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    const int pairedRounds = takePairedRounds(&argc, argv);
     std::vector<char*> args = withInterleaving(argc, argv);
     argc = static_cast<int>(args.size()) - 1;
     argv = args.data();
@@ -397,7 +418,7 @@ int main(int argc, char** argv) {
     MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     printSummary(reporter.medianSeconds);
-    printPairedRatios(15, 400);
+    if (pairedRounds > 0) printPairedRatios(pairedRounds, 400);
     benchmark::Shutdown();
     return 0;
 }

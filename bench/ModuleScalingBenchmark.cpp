@@ -36,6 +36,8 @@
 #include "tarnel/DeviceBackend.h"
 #include "tarnel/PowerModule.h"
 
+using namespace tarnel;
+
 namespace {
 
 using Clock = std::chrono::steady_clock;

@@ -5,6 +5,8 @@
 
 #include "tarnel/PowerModule.h"
 
+using namespace tarnel;
+
 int main() {
     const double sampleRate = 51200.0;
     PowerModule module;

@@ -39,6 +39,8 @@
 #include "FuzzInput.h"
 #include "tarnel/tarnel.h"
 
+using namespace tarnel;
+
 // Present once the module keeps the text of its last failure; absent (null)
 // in libraries that predate it.
 extern "C" int powerModule_getLastErrorMessage(PowerModuleHandle handle, char* buffer, int size) __attribute__((weak));

@@ -4,8 +4,8 @@
 # built with the CPU backend only. clang and its fuzzer runtime build the
 # fuzz harnesses.
 set -euo pipefail
-packages=(build-essential cmake pkg-config libfftw3-dev libgtest-dev libgmock-dev libbenchmark-dev clang-format
-    clang libclang-rt-dev python3 python3-pip)
+packages=(build-essential cmake pkg-config libfftw3-dev libkissfft-dev libgtest-dev libgmock-dev libbenchmark-dev
+    clang-format clang libclang-rt-dev python3 python3-pip)
 missing=()
 for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
 if ((${#missing[@]})); then

@@ -14,6 +14,8 @@
 #include "tarnel/PowerModule.h"
 #include "tarnel/tarnel.h"
 
+using namespace tarnel;
+
 PowerErrorTooManyResults::~PowerErrorTooManyResults() = default;
 
 extern "C" {

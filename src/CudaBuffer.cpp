@@ -8,6 +8,8 @@
 #include "tarnel/GpuBuffer.h"
 #include "tarnel/PowerResults.h"
 
+namespace tarnel {
+
 GpuBufferItems::GpuBufferItems(unsigned short count)
     : itemsCount(count), hostItemIndices(count, -1), deviceItemIndices(count, -1) {}
 
@@ -89,7 +91,7 @@ void GpuBuffer<T>::initBuffers() {
         allocatedHostBytes = 0;
         if (old != nullptr) {
             if (pinnedHostMemory) {
-                CUDA_CALL(backend->freePinnedHost(old));
+                TARNEL_CUDA_CALL(backend->freePinnedHost(old));
             } else {
                 std::free(old);
             }
@@ -97,7 +99,7 @@ void GpuBuffer<T>::initBuffers() {
         if (hostBytes > 0) {
             void* p = nullptr;
             if (pinnedHostMemory) {
-                CUDA_CALL(backend->allocatePinnedHost(&p, hostBytes));
+                TARNEL_CUDA_CALL(backend->allocatePinnedHost(&p, hostBytes));
             } else if ((p = std::malloc(hostBytes)) == nullptr) {
                 throw std::bad_alloc();
             }
@@ -109,10 +111,10 @@ void GpuBuffer<T>::initBuffers() {
         T* old = deviceBuffer;
         deviceBuffer = nullptr;
         allocatedDeviceBytes = 0;
-        if (old != nullptr) CUDA_CALL(backend->freeDevice(old));
+        if (old != nullptr) TARNEL_CUDA_CALL(backend->freeDevice(old));
         if (deviceBytes > 0) {
             void* p = nullptr;
-            CUDA_CALL(backend->allocateDevice(&p, deviceBytes));
+            TARNEL_CUDA_CALL(backend->allocateDevice(&p, deviceBytes));
             deviceBuffer = static_cast<T*>(p);
             allocatedDeviceBytes = deviceBytes;
         }
@@ -127,10 +129,10 @@ void GpuBuffer<T>::freeBuffers() {
     hostBuffer = nullptr;
     allocatedDeviceBytes = 0;
     allocatedHostBytes = 0;
-    if (device != nullptr) CUDA_CALL(backend->freeDevice(device));
+    if (device != nullptr) TARNEL_CUDA_CALL(backend->freeDevice(device));
     if (host != nullptr) {
         if (pinnedHostMemory) {
-            CUDA_CALL(backend->freePinnedHost(host));
+            TARNEL_CUDA_CALL(backend->freePinnedHost(host));
         } else {
             std::free(host);
         }
@@ -178,14 +180,14 @@ void GpuBuffer<T>::asyncMemsetToZeroOnDevice(size_t offset, size_t count, CUstre
     T* start = getDeviceBufferAt(offset, count, items.getDeviceItemsCount() > 0 ? items.getDeviceItemsList()[0] : 0);
     const size_t bytes = count * items.getDeviceItemsCount() * sizeof(T);
     if (start == nullptr || bytes == 0) return;
-    CUDA_CALL(backend->memsetAsync(start, 0, bytes, stream));
+    TARNEL_CUDA_CALL(backend->memsetAsync(start, 0, bytes, stream));
 }
 
 template <typename T>
 void GpuBuffer<T>::asyncMemsetSlotRangesToZeroOnDevice(size_t count, size_t first, size_t last, CUstream_st* stream) {
     const size_t slots = items.getDeviceItemsCount();
     if (deviceBuffer == nullptr || slots == 0 || first >= last || last > count) return;
-    CUDA_CALL(
+    TARNEL_CUDA_CALL(
         backend->memset2DAsync(deviceBuffer + first, count * sizeof(T), 0, (last - first) * sizeof(T), slots, stream));
 }
 
@@ -202,9 +204,9 @@ template <typename T>
 void GpuBuffer<T>::copyBetween(T* host, T* device, size_t elements, CUstream_st* stream, bool hostToDevice) {
     const size_t bytes = elements * sizeof(T);
     if (hostToDevice) {
-        CUDA_CALL(backend->copyAsync(device, host, bytes, tarnel::CopyDirection::HostToDevice, stream));
+        TARNEL_CUDA_CALL(backend->copyAsync(device, host, bytes, tarnel::CopyDirection::HostToDevice, stream));
     } else {
-        CUDA_CALL(backend->copyAsync(host, device, bytes, tarnel::CopyDirection::DeviceToHost, stream));
+        TARNEL_CUDA_CALL(backend->copyAsync(host, device, bytes, tarnel::CopyDirection::DeviceToHost, stream));
     }
 }
 
@@ -259,3 +261,5 @@ template class TARNEL_API GpuBuffer<PowerResultsGeneral>;
 template class TARNEL_API GpuBuffer<PowerResultsPeriod>;
 template class TARNEL_API GpuBuffer<PowerResultsThd>;
 template class TARNEL_API GpuBuffer<RvcResult>;
+
+}  // namespace tarnel

@@ -4,9 +4,9 @@
 #include "backends/cuda/CudaBackend.h"
 #endif
 
-GpuException::~GpuException() = default;
-
 namespace tarnel {
+
+GpuException::~GpuException() = default;
 
 #if !defined(TARNEL_WITH_CUDA)
 namespace {
@@ -105,6 +105,6 @@ void throwCufftError(int result, const char* file, int line) {
                        std::to_string(result) + ": " + cufftErrorText(result));
 }
 
-}  // namespace tarnel
+void CUFFT_CALL(int result) { checkCufftResult(result); }
 
-void CUFFT_CALL(int result) { tarnel::checkCufftResult(result); }
+}  // namespace tarnel

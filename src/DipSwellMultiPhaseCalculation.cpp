@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+namespace tarnel {
+
 void DipSwellMultiPhaseCalculation::reset() {
     for (DipSwellPhaseCalculation& phase : phases) phase.reset();
     dip = PolyphaseEvent{};
@@ -94,3 +96,5 @@ bool DipSwellMultiPhaseCalculation::trackPolyphaseEvent(PolyphaseEvent& event, b
     event.open = false;
     return true;
 }
+
+}  // namespace tarnel

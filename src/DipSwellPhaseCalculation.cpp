@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <limits>
 
+namespace tarnel {
+
 DipSwellPhaseCalculation::DipSwellPhaseCalculation() {
     reset();
     clearResult();
@@ -143,3 +145,5 @@ void DipSwellPhaseCalculation::endSwell(double time) {
     swellResult.duration = time - swellStartTime;
     swellState = NoEvent;
 }
+
+}  // namespace tarnel

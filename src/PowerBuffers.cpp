@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace tarnel {
+
 using Copy = GpuBufferItems::CopyType;
 
 PowerBuffers::PowerBuffers(PowerConfig& config_, std::shared_ptr<tarnel::Backend> backend)
@@ -170,3 +172,5 @@ void PowerBuffers::initialize() {
     periodResultsBuffer.resize(periodRecordsCount * periodResultsBufferLength);
     built = bufferLength > 0;
 }
+
+}  // namespace tarnel

@@ -9,8 +9,8 @@
 #include "tarnel/PowerResults.h"
 
 namespace tarnel {
+
 class Backend;
-}
 
 // Slot numbers of the sample ring and of the per-channel tables.
 namespace slots {
@@ -91,3 +91,5 @@ class PowerBuffers {
     GpuBuffer<PowerResultsPeriod> periodResultsBuffer;
     GpuBuffer<double> periodReferenceBuffer;
 };
+
+}  // namespace tarnel

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numeric>
 
+namespace tarnel {
+
 PowerGridConfig PowerConfig::getGridConfig() const { return PowerGridConfig::forType(gridConfigType); }
 
 unsigned char PowerConfig::getPhasesCount() const { return getGridConfig().phasesCount; }
@@ -107,3 +109,5 @@ std::pair<unsigned short, unsigned short> PowerConfig::getPeriodCountAdvanceByRa
     const unsigned short g = n == 0 ? 200 : static_cast<unsigned short>(std::gcd(static_cast<unsigned>(n), 200u));
     return {static_cast<unsigned short>(n / g), static_cast<unsigned short>(200 / g)};
 }
+
+}  // namespace tarnel

@@ -2,6 +2,8 @@
 
 #include <unordered_map>
 
+namespace tarnel {
+
 PowerGridConfig::PowerGridConfig() : PowerGridConfig(SinglePhase, 1, 1, 1, false) {}
 
 PowerGridConfig::PowerGridConfig(PowerGridConfigType type_, unsigned char phases, unsigned char voltages,
@@ -42,3 +44,5 @@ PowerGridConfig PowerGridConfig::forType(PowerGridConfigType type) {
     auto it = table.find(type);
     return it == table.end() ? PowerGridConfig() : it->second;
 }
+
+}  // namespace tarnel

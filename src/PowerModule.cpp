@@ -3,6 +3,8 @@
 
 #include "PowerModuleImpl.h"
 
+namespace tarnel {
+
 PowerModule::PowerModule() : PowerModule(BackendOptions{}) {}
 
 PowerModule::PowerModule(BackendKind kind) : PowerModule(BackendOptions{kind, 0, false}) {}
@@ -240,3 +242,5 @@ void PowerModule::getWaveformBufferParkI(unsigned char channel, float** buffer) 
     impl->getWaveformBufferParkI(channel, buffer);
 }
 void PowerModule::getWaveformBufferMechAngles(float** buffer) const { impl->getWaveformBufferMechAngles(buffer); }
+
+}  // namespace tarnel

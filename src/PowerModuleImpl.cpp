@@ -7,6 +7,8 @@
 
 #include "tarnel/CudaErrorHandling.h"
 
+namespace tarnel {
+
 PowerModule::PowerModuleImpl::PowerModuleImpl(PowerModule& owner_, const BackendOptions& options)
     : owner(owner_),
       backend(tarnel::createBackend(options)),
@@ -14,7 +16,7 @@ PowerModule::PowerModuleImpl::PowerModuleImpl(PowerModule& owner_, const Backend
       windowBuffer(1, false, backend) {
     for (auto& stream : cudaStreams) {
         try {
-            CUDA_CALL(backend->createStream(&stream));
+            TARNEL_CUDA_CALL(backend->createStream(&stream));
         } catch (...) {
             for (auto* created : cudaStreams)
                 if (created != nullptr) backend->destroyStream(created);
@@ -56,10 +58,10 @@ void PowerModule::PowerModuleImpl::initialize() {
         // The unwritten third slot of each Park group reads as zero. Work on the
         // other streams is ordered after the clearing instead of waiting for it.
         buffers.clarkeParkBuffer.asyncMemsetToZeroOnDevice(buffers.getBufferLength(), cudaStreams[0]);
-        if (rebuildEvent == nullptr) CUDA_CALL(backend->createEvent(&rebuildEvent));
-        CUDA_CALL(backend->recordEvent(rebuildEvent, cudaStreams[0]));
+        if (rebuildEvent == nullptr) TARNEL_CUDA_CALL(backend->createEvent(&rebuildEvent));
+        TARNEL_CUDA_CALL(backend->recordEvent(rebuildEvent, cudaStreams[0]));
         for (size_t k = 1; k < cudaStreams.size(); ++k)
-            CUDA_CALL(backend->streamWaitEvent(cudaStreams[k], rebuildEvent));
+            TARNEL_CUDA_CALL(backend->streamWaitEvent(cudaStreams[k], rebuildEvent));
     }
     configureDetectors();
     rebuildTouchedDevice = false;
@@ -139,11 +141,11 @@ void PowerModule::PowerModuleImpl::requireBuilt(const char* operation) const {
                                ": the module has no sample buffers yet; set the buffer length and sample rate first");
 }
 
-void PowerModule::PowerModuleImpl::syncCuda() { CUDA_CALL(backend->synchronizeDevice()); }
+void PowerModule::PowerModuleImpl::syncCuda() { TARNEL_CUDA_CALL(backend->synchronizeDevice()); }
 
 void PowerModule::PowerModuleImpl::reset(unsigned long long firstSampleIndex) {
     requireBuilt("reset");
-    CUDA_CALL(backend->synchronizeDevice());
+    TARNEL_CUDA_CALL(backend->synchronizeDevice());
     previousFrequency = 0.0;
     periodPhase = 0.0;
     previousValid = 1.0;
@@ -257,3 +259,5 @@ void PowerModule::PowerModuleImpl::getWaveformBufferParkU(unsigned char index, f
 void PowerModule::PowerModuleImpl::getWaveformBufferParkI(unsigned char index, float** buffer) const {
     getClarkeParkSlot(index < 3 ? static_cast<unsigned short>(slots::kParkI + index) : 12, buffer);
 }
+
+}  // namespace tarnel

@@ -23,7 +23,10 @@
 #include "tarnel/PowerModule.h"
 #include "tarnel/RvcMultiPhaseCalculation.h"
 
-class PowerModule::PowerModuleImpl {
+namespace tarnel {
+
+// Hidden, although nested in an exported class: not part of the public API.
+class __attribute__((visibility("hidden"))) PowerModule::PowerModuleImpl {
   public:
     PowerModuleImpl(PowerModule& owner, const BackendOptions& options);
     ~PowerModuleImpl();
@@ -216,3 +219,5 @@ class PowerModule::PowerModuleImpl {
     // The oldest sample the period values may still read from the host rings.
     unsigned long long lastResetSampleIndex = 0;
 };
+
+}  // namespace tarnel

@@ -14,6 +14,8 @@
 #include "VectorLoops.h"
 #include "tarnel/PowerSymmetricalComponents.h"
 
+namespace tarnel {
+
 namespace {
 
 using tarnel::Double4;
@@ -630,3 +632,5 @@ void PowerModule::PowerModuleImpl::fillPeriodSymmetricalComponents(PowerResultsP
         PowerSymmetricalComponents::calculate(component, config.currentEnabled);
     }
 }
+
+}  // namespace tarnel

@@ -9,6 +9,8 @@
 #include "kernels/KernelMath.h"
 #include "tarnel/PowerSymmetricalComponents.h"
 
+namespace tarnel {
+
 bool PowerModule::PowerModuleImpl::isAnyResultReady() {
     std::lock_guard<std::mutex> lock(resultsMutex);
     return !resultsQueue.empty() && resultsQueue.front()->isResultReady();
@@ -232,3 +234,5 @@ void PowerModule::PowerModuleImpl::fillClarkePark(PowerResultsGeneral& record, s
 double PowerModule::PowerModuleImpl::rad2deg(double radians) {
     return tarnel::wrapDegrees(radians * tarnel::kDegreesPerRadian);
 }
+
+}  // namespace tarnel

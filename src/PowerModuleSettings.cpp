@@ -9,6 +9,8 @@
 #include "PowerModuleImpl.h"
 #include "tarnel/CudaErrorHandling.h"
 
+namespace tarnel {
+
 namespace {
 
 // Rethrows the exception being handled with `call` named in its message,
@@ -167,3 +169,5 @@ void PowerModule::PowerModuleImpl::setVariableFrequency(double minFrequency, dou
         s.config.maxFrequency = maxFrequency;
     });
 }
+
+}  // namespace tarnel

@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+namespace tarnel {
+
 PowerPeriodResultsQueueItem::PowerPeriodResultsQueueItem(unsigned long long index_, unsigned long long first,
                                                          double firstFraction, double periodCount_, double advanceBy_)
     : index(index_),
@@ -39,3 +41,5 @@ void PowerPeriodResultsQueueItem::addSampleWithPhaseShift(unsigned long long s, 
     accumulatedPeriods += s == firstSampleIndex ? shift * firstSampleFraction : shift;
     processedSamples += 1;
 }
+
+}  // namespace tarnel

@@ -5,8 +5,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "tarnel/Export.h"
 #include "tarnel/PreciseFraction.h"
+
+namespace tarnel {
 
 // One period boundary found from the caller's zero crossings.
 class PowerPeriodStartQueueItem {
@@ -64,7 +65,7 @@ class PowerPeriodResultsQueueItem2 {
 // One period value measured by accumulating the reference phase sample by
 // sample until it has advanced by the value's length in periods. Exported only
 // so that the library's tests can drive it directly.
-class TARNEL_API PowerPeriodResultsQueueItem {
+class PowerPeriodResultsQueueItem {
   public:
     PowerPeriodResultsQueueItem(unsigned long long index, unsigned long long firstSampleIndex,
                                 double firstSampleFraction, double periodCount, double advanceBy);
@@ -100,3 +101,5 @@ class TARNEL_API PowerPeriodResultsQueueItem {
     unsigned long long processedSamples = 0;
     double accumulatedPeriods = 0.0;
 };
+
+}  // namespace tarnel

@@ -5,6 +5,8 @@
 
 #include "tarnel/CudaErrorHandling.h"
 
+namespace tarnel {
+
 PowerResultsQueueItem::PowerResultsQueueItem(std::shared_ptr<tarnel::Backend> backend_, double sampleRate_,
                                              unsigned long long index_, unsigned long long firstSampleIndex_,
                                              unsigned int firstFftOutputSampleIndex_,
@@ -19,9 +21,9 @@ PowerResultsQueueItem::PowerResultsQueueItem(std::shared_ptr<tarnel::Backend> ba
       cudaStreamId(cudaStreamId_),
       cudaStream(cudaStream_) {
     try {
-        CUDA_CALL(backend->createEvent(&eventResultsCalculated));
-        CUDA_CALL(backend->createEvent(&eventResultsTransferred));
-        if (index == 0) CUDA_CALL(backend->recordEvent(eventResultsCalculated, cudaStream));
+        TARNEL_CUDA_CALL(backend->createEvent(&eventResultsCalculated));
+        TARNEL_CUDA_CALL(backend->createEvent(&eventResultsTransferred));
+        if (index == 0) TARNEL_CUDA_CALL(backend->recordEvent(eventResultsCalculated, cudaStream));
     } catch (...) {
         if (eventResultsCalculated != nullptr) backend->destroyEvent(eventResultsCalculated);
         if (eventResultsTransferred != nullptr) backend->destroyEvent(eventResultsTransferred);
@@ -60,12 +62,12 @@ unsigned int PowerResultsQueueItem::harmonicLengthFor(double sampleRate, unsigne
 
 void PowerResultsQueueItem::callEventResultsCalculated(CUstream_st* stream) {
     std::lock_guard<std::mutex> lock(mutex);
-    CUDA_CALL(backend->recordEvent(eventResultsCalculated, stream));
+    TARNEL_CUDA_CALL(backend->recordEvent(eventResultsCalculated, stream));
 }
 
 void PowerResultsQueueItem::callEventResultsTransferred() {
     std::lock_guard<std::mutex> lock(mutex);
-    CUDA_CALL(backend->recordEvent(eventResultsTransferred, cudaStream));
+    TARNEL_CUDA_CALL(backend->recordEvent(eventResultsTransferred, cudaStream));
     resultsTransferred = true;
 }
 
@@ -77,3 +79,5 @@ bool PowerResultsQueueItem::isResultReady() {
     }
     return transferred && backend->queryEvent(eventResultsTransferred) == 0;
 }
+
+}  // namespace tarnel

@@ -8,6 +8,8 @@
 
 #include "device/Backend.h"
 
+namespace tarnel {
+
 class PowerResultsQueueItem {
   public:
     PowerResultsQueueItem(std::shared_ptr<tarnel::Backend> backend, double sampleRate, unsigned long long index,
@@ -69,3 +71,5 @@ class PowerResultsQueueItem {
     bool resultsTransferred = false;
     std::mutex mutex;
 };
+
+}  // namespace tarnel

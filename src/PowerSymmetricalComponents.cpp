@@ -3,6 +3,8 @@
 #include <cmath>
 #include <stdexcept>
 
+namespace tarnel {
+
 namespace {
 
 using Complex = std::complex<double>;
@@ -86,3 +88,5 @@ void PowerSymmetricalComponents::calculateRatios(PowerResultsSymmetricalComponen
         }
     }
 }
+
+}  // namespace tarnel

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <stdexcept>
 
+namespace tarnel {
+
 namespace {
 
 // Moves a sample index by a whole number of samples held in a double. The step is converted as an
@@ -49,3 +51,5 @@ PreciseFraction PreciseFraction::findABetterNameForRationalCrossing(PreciseFract
     const double wholeSamples = std::floor(offset);
     return {moveIndex(index, wholeSamples), offset - wholeSamples};
 }
+
+}  // namespace tarnel

@@ -1,5 +1,7 @@
 #include "tarnel/RvcMultiPhaseCalculation.h"
 
+namespace tarnel {
+
 void RvcMultiPhaseCalculation::reset() {
     for (RvcPhaseCalculation& phase : phases) phase.reset();
     eventStartTime = noEventTime;
@@ -39,3 +41,5 @@ void RvcMultiPhaseCalculation::mergePhaseResult(RvcResult& total, const RvcResul
     if (total.state == -1) total.state = phase.state;
     if (phase.state == 1) total.state = 1;
 }
+
+}  // namespace tarnel

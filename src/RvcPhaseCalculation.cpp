@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+namespace tarnel {
+
 namespace {
 
 constexpr uint32_t steadyState = 0;
@@ -124,3 +126,5 @@ void RvcPhaseCalculation::updateResultState(int32_t newState) {
     if (result.state == -1 && newState != -1) result.firstValue = true;
     result.state = newState;
 }
+
+}  // namespace tarnel

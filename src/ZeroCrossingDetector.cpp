@@ -8,6 +8,8 @@
 
 #include "ZeroCrossingFilter.h"
 
+namespace tarnel {
+
 namespace {
 
 // `p` moved forward by `samples` (>= 0), fraction kept in [0, 1).
@@ -355,3 +357,5 @@ uint64_t ZeroCrossingDetector::latency() const { return impl->latency(); }
 double ZeroCrossingDetector::sampleRate() const { return impl->sampleRate(); }
 double ZeroCrossingDetector::nominalFrequency() const { return impl->nominalFrequency(); }
 const ZeroCrossingDetector::Settings& ZeroCrossingDetector::settings() const { return impl->settings(); }
+
+}  // namespace tarnel

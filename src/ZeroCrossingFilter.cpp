@@ -4,6 +4,8 @@
 #include <cmath>
 #include <utility>
 
+namespace tarnel {
+
 namespace {
 
 const double pi = 3.14159265358979323846;
@@ -136,3 +138,5 @@ void FundamentalFilter::clear() {
     untilDecimatedOutput = static_cast<unsigned>(decimator.length());
     decimatedCount = 0;
 }
+
+}  // namespace tarnel

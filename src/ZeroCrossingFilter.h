@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <vector>
 
+namespace tarnel {
+
 // A streaming FIR filter with symmetric taps: its delay is exactly half its
 // length at every frequency. Input samples are kept twice in a buffer of twice
 // the filter length, so that the newest `length` samples are always contiguous.
@@ -75,3 +77,5 @@ class FundamentalFilter {
     unsigned untilDecimatedOutput;
     size_t decimatedCount;
 };
+
+}  // namespace tarnel

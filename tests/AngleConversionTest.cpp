@@ -7,6 +7,8 @@
 
 #include "PowerModuleImpl.h"
 
+using namespace tarnel;
+
 namespace {
 
 constexpr double kPi = 3.141592653589793;

@@ -19,6 +19,8 @@
 #include "PowerModuleImpl.h"
 #include "TestSignals.h"
 
+using namespace tarnel;
+
 using namespace testsignals;
 
 namespace {

@@ -20,6 +20,8 @@
 #include "backends/cpu/CpuBackend.h"
 #include "device/Backend.h"
 
+using namespace tarnel;
+
 namespace {
 
 constexpr int kNotReady = 600;

@@ -16,6 +16,8 @@
 #include "backends/cpu/CpuBackend.h"
 #include "tarnel/DeviceBackend.h"
 
+using namespace tarnel;
+
 namespace {
 
 // Threads of this process, as the kernel lists them.

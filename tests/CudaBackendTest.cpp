@@ -15,6 +15,10 @@
 #include <vector>
 
 #include "TestSignals.h"
+#include "tarnel/CudaErrorHandling.h"
+#if defined(TARNEL_WITH_CUDA)
+#include "backends/cuda/CufftLibrary.h"
+#endif
 
 using namespace testsignals;
 
@@ -118,7 +122,8 @@ void expectPhasesAgree(const PowerResultsPhase& a, const PowerResultsPhase& b, s
             EXPECT_NEAR(wrapDegrees(x[h] - y[h]), 0.0, 0.05) << name << " order " << h;
         }
     }
-    const std::pair<const float2*, const float2*> spectra[3] = {{a.fftU, b.fftU}, {a.fftI, b.fftI}, {a.fftUL, b.fftUL}};
+    const std::pair<const tarnel::float2*, const tarnel::float2*> spectra[3] = {
+        {a.fftU, b.fftU}, {a.fftI, b.fftI}, {a.fftUL, b.fftUL}};
     for (const auto& [x, y] : spectra) {
         ASSERT_EQ(x == nullptr, y == nullptr);
         if (x == nullptr) continue;
@@ -230,3 +235,34 @@ TEST(CudaBackendTest, CudaAndCpuGiveTheSameRecords) {
 TEST(CudaBackendTest, MeasuredAndEstimatedFftPlansGiveTheSameRecords) {
     expectBackendsAgree(BackendOptions{BackendKind::Cpu, 0, true}, BackendOptions{BackendKind::Cpu, 0, false});
 }
+
+// Where the CUDA backend cannot run (not built in, no device, or no cuFFT to
+// load), Auto computes on the CPU and an explicit Cuda is refused with a
+// GpuException that says why.
+TEST(CudaBackendTest, WithoutAUsableDeviceAutoTakesTheCpuAndCudaIsRefused) {
+    if (tarnel::isCudaDeviceAvailable()) GTEST_SKIP() << "a usable CUDA device is present";
+    EXPECT_EQ(PowerModule().getBackendKind(), BackendKind::Cpu);
+    EXPECT_STREQ(tarnel::backendName(BackendKind::Auto), "cpu");
+    try {
+        PowerModule module(BackendKind::Cuda);
+        ADD_FAILURE() << "a CUDA module was made without a usable device";
+    } catch (const GpuException& e) {
+        EXPECT_NE(std::string(e.what()).find("CUDA"), std::string::npos) << e.what();
+    }
+}
+
+#if defined(TARNEL_WITH_CUDA)
+// cuFFT is loaded at run time; a missing or foreign library is reported by
+// name with the reason, never at program start.
+TEST(CufftLibraryTest, AMissingOrForeignLibraryIsNamedWithTheReason) {
+    std::string error;
+    EXPECT_EQ(tarnel::loadCufftFrom("libcufft-absent.so.0", &error), nullptr);
+    EXPECT_NE(error.find("cannot load the cuFFT library libcufft-absent.so.0: "), std::string::npos) << error;
+    EXPECT_NE(error.find("cannot open shared object file"), std::string::npos) << error;
+    EXPECT_EQ(tarnel::loadCufftFrom("libm.so.6", &error), nullptr);
+    EXPECT_NE(error.find("libm.so.6: it has no function cufftCreate"), std::string::npos) << error;
+    EXPECT_EQ(std::string(tarnel::cufftLibraryName()).rfind("libcufft.so.", 0), 0u);
+}
+#endif
+
+using namespace tarnel;

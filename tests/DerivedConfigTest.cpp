@@ -7,6 +7,8 @@
 #include "PowerModuleImpl.h"
 #include "tarnel/PowerConfig.h"
 
+using namespace tarnel;
+
 TEST(DerivedConfigTest, FftLengthsCoverThePeriodsAtTheLowestFrequency) {
     EXPECT_EQ(PowerConfig::getPow2Length(1000.0), 1024u);
     EXPECT_EQ(PowerConfig::getPow2Length(1024.0), 1024u);

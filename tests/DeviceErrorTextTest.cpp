@@ -4,6 +4,8 @@
 
 #include "tarnel/CudaErrorHandling.h"
 
+using namespace tarnel;
+
 namespace {
 
 TEST(DeviceErrorTextTest, CodesReadAsTheCudaRuntimeWordsThem) {

@@ -7,6 +7,8 @@
 #include "tarnel/DipSwellMultiPhaseCalculation.h"
 #include "tarnel/DipSwellPhaseCalculation.h"
 
+using namespace tarnel;
+
 namespace {
 
 // Feeds values at times 1, 2, 3, ... the way the module does and returns the detector.

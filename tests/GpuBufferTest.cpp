@@ -16,6 +16,8 @@
 #include "tarnel/PowerResults.h"
 #include "tarnel/VectorTypes.h"
 
+using namespace tarnel;
+
 namespace {
 
 using Copy = GpuBufferItems::CopyType;

@@ -11,6 +11,8 @@
 
 #include "kernels/KernelMath.h"
 
+using namespace tarnel;
+
 namespace {
 
 // The norm in long double, rounded once to float.

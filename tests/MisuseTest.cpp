@@ -15,6 +15,8 @@
 
 #include "tarnel/tarnel.h"
 
+using namespace tarnel;
+
 namespace {
 
 constexpr double kRate = 10240.0;

@@ -14,6 +14,8 @@
 #include "TestSignals.h"
 #include "tarnel/CudaErrorHandling.h"
 
+using namespace tarnel;
+
 using namespace testsignals;
 
 namespace {

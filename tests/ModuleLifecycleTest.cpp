@@ -18,6 +18,8 @@
 #include "TestSignals.h"
 #include "tarnel/CudaErrorHandling.h"
 
+using namespace tarnel;
+
 using namespace testsignals;
 
 namespace {

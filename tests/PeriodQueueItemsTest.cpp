@@ -6,6 +6,8 @@
 
 #include "PowerPeriodQueueItems.h"
 
+using namespace tarnel;
+
 namespace {
 
 // Feeds `shift` periods per sample until the value ends (at most 100 samples).

@@ -11,6 +11,8 @@
 #include "PowerModuleImpl.h"
 #include "tarnel/PowerModule.h"
 
+using namespace tarnel;
+
 namespace {
 
 constexpr double kPi = 3.141592653589793;

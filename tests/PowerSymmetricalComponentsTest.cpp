@@ -7,6 +7,8 @@
 
 #include "tarnel/PowerSymmetricalComponents.h"
 
+using namespace tarnel;
+
 namespace {
 
 using Complex = std::complex<double>;

@@ -6,6 +6,8 @@
 
 #include "tarnel/PreciseFraction.h"
 
+using namespace tarnel;
+
 namespace {
 
 constexpr uint64_t maxIndex = std::numeric_limits<uint64_t>::max();

@@ -6,6 +6,8 @@
 #include "tarnel/RvcMultiPhaseCalculation.h"
 #include "tarnel/RvcPhaseCalculation.h"
 
+using namespace tarnel;
+
 namespace {
 
 // Feeds one value the way the module does; no dip or swell has started (start time 0).

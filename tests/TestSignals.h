@@ -13,6 +13,8 @@
 
 namespace testsignals {
 
+using namespace tarnel;
+
 constexpr double kPi = 3.141592653589793;
 
 // One component of a waveform: a sine of `order` times the fundamental with

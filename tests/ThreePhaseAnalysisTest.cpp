@@ -12,6 +12,8 @@
 
 #include "TestSignals.h"
 
+using namespace tarnel;
+
 using namespace testsignals;
 
 namespace {

@@ -10,6 +10,8 @@
 
 #include "tarnel/ZeroCrossingDetector.h"
 
+using namespace tarnel;
+
 namespace {
 
 const double pi = 3.14159265358979323846;

@@ -8,6 +8,8 @@
 
 #include "tarnel/Export.h"
 
+namespace tarnel {
+
 class TARNEL_API GpuException : public std::exception {
   public:
     GpuException() = default;
@@ -21,8 +23,6 @@ class TARNEL_API GpuException : public std::exception {
   private:
     std::string message;
 };
-
-namespace tarnel {
 
 // Text of a device-runtime error code, the same text CUDA gives for it.
 TARNEL_API const char* deviceErrorString(int code);
@@ -41,10 +41,19 @@ inline void checkCufftResult(int result) {
     if (result != 0) throwCufftError(result, __FILE__, __LINE__);
 }
 
+// Checks the result of an FFT call.
+TARNEL_API void CUFFT_CALL(int result);
+
 }  // namespace tarnel
 
 // Checks the result of a device-runtime call made at this place.
-#define CUDA_CALL(call) ::tarnel::checkDeviceCall(static_cast<int>(call), __FILE__, __LINE__)
+#define TARNEL_CUDA_CALL(call) ::tarnel::checkDeviceCall(static_cast<int>(call), __FILE__, __LINE__)
 
-// Checks the result of an FFT call.
-TARNEL_API void CUFFT_CALL(int result);
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::CUFFT_CALL;
+using tarnel::GpuException;
+#if !defined(CUDA_CALL)
+#define CUDA_CALL(call) TARNEL_CUDA_CALL(call)
+#endif
+#endif

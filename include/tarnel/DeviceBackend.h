@@ -5,6 +5,8 @@
 
 #include "tarnel/Export.h"
 
+namespace tarnel {
+
 enum class BackendKind : int {
     Auto = 0,  // a CUDA device when one is present, the CPU otherwise
     Cpu = 1,
@@ -21,9 +23,8 @@ struct BackendOptions {
     bool cpuMeasureFftPlans = false;
 };
 
-namespace tarnel {
-
-// True when the CUDA backend is built in and the runtime finds a device.
+// True when the CUDA backend is built in, the runtime finds a device and the
+// cuFFT library loads: what Auto needs to pick the CUDA backend.
 TARNEL_API bool isCudaDeviceAvailable();
 // "cpu" or "cuda"; Auto resolves to the backend Auto would pick now.
 TARNEL_API const char* backendName(BackendKind kind);
@@ -34,3 +35,9 @@ TARNEL_API void setCpuWorkerThreadCount(int count);
 TARNEL_API int cpuWorkerThreadCount();
 
 }  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::BackendKind;
+using tarnel::BackendOptions;
+#endif

@@ -9,6 +9,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerEvents.h"
 
+namespace tarnel {
+
 // A polyphase dip or swell begins when the first channel enters one and ends when the last
 // channel has left it. Its duration runs from that first start to that last end, its depth (or
 // maximum) is the most extreme of its channel events, and its time beyond the threshold counts
@@ -53,3 +55,10 @@ class TARNEL_API DipSwellMultiPhaseCalculation {
     uint32_t swellCount = 0;
     std::vector<DipSwellPhaseCalculation> phases;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::DipSwellMultiPhaseCalculation;
+#endif

@@ -6,6 +6,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerEvents.h"
 
+namespace tarnel {
+
 // A dip starts strictly below the dip level and ends at or above that level plus the hysteresis; a
 // swell starts strictly above the swell level and ends at or below that level minus the hysteresis.
 // All levels are percentages of the reference voltage. The first value after a reset only
@@ -85,3 +87,10 @@ class TARNEL_API DipSwellPhaseCalculation {
     double swellEndLevel = 0.0;
     double latestTime = 0.0;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::DipSwellPhaseCalculation;
+#endif

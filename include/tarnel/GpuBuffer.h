@@ -12,8 +12,8 @@
 struct CUstream_st;
 
 namespace tarnel {
+
 class Backend;
-}
 
 // Which sides hold a slot and how it is copied between them.
 class TARNEL_API GpuBufferItems {
@@ -106,3 +106,11 @@ class TARNEL_API GpuBuffer {
     size_t allocatedDeviceBytes = 0;
     std::shared_ptr<tarnel::Backend> backend;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::GpuBuffer;
+using tarnel::GpuBufferItems;
+#endif

@@ -7,6 +7,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerGridConfig.h"
 
+namespace tarnel {
+
 struct TARNEL_API PowerConfig {
     PowerGridConfigType gridConfigType = SinglePhase;
     double sampleRate = 1.0;
@@ -81,3 +83,10 @@ struct TARNEL_API PowerConfig {
     double getPeriodCountAdvanceBy() const;
     std::pair<unsigned short, unsigned short> getPeriodCountAdvanceByRatio() const;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::PowerConfig;
+#endif

@@ -6,6 +6,8 @@
 
 #include "tarnel/Export.h"
 
+namespace tarnel {
+
 class TARNEL_API PowerErrorTooManyResults : public virtual std::runtime_error {
   public:
     explicit PowerErrorTooManyResults(const char* message) : std::runtime_error(message) {}
@@ -13,3 +15,10 @@ class TARNEL_API PowerErrorTooManyResults : public virtual std::runtime_error {
     PowerErrorTooManyResults& operator=(const PowerErrorTooManyResults& other) = default;
     ~PowerErrorTooManyResults() override;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::PowerErrorTooManyResults;
+#endif

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace tarnel {
+
 // Result of one rapid-voltage-change detector (40 bytes).
 struct RvcResult {
     bool stateChanged = false;
@@ -59,3 +61,15 @@ static_assert(offsetof(SwellResult, eventCount) == 4 && offsetof(SwellResult, ma
 static_assert(offsetof(SwellResult, duration) == 16 && offsetof(SwellResult, timeAboveThreshold) == 24,
               "SwellResult layout");
 static_assert(offsetof(SwellResult, time) == 32, "SwellResult layout");
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::DipResult;
+using tarnel::DipSwellState;
+using tarnel::InEvent;
+using tarnel::NoEvent;
+using tarnel::RvcResult;
+using tarnel::SwellResult;
+#endif

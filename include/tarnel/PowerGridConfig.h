@@ -5,6 +5,8 @@
 
 #include "tarnel/Export.h"
 
+namespace tarnel {
+
 enum PowerGridConfigType : int32_t {
     SinglePhase = 0,
     ThreePhaseStarThreeCurrents = 1,
@@ -33,3 +35,19 @@ struct TARNEL_API PowerGridConfig {
     // The row of the grid table for `type`; unknown types give the default row.
     static PowerGridConfig forType(PowerGridConfigType type);
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::PowerGridConfig;
+using tarnel::PowerGridConfigType;
+using tarnel::SinglePhase;
+using tarnel::SinglePhaseAlternative;
+using tarnel::ThreePhaseDeltaThreeCurrents;
+using tarnel::ThreePhaseDeltaTwoCurrents;
+using tarnel::ThreePhaseStarThreeCurrents;
+using tarnel::ThreePhaseStarTwoCurrents;
+using tarnel::ThreePhaseTwoDeltaVoltagesTwoCurrents;
+using tarnel::TwoPhaseStarTwoCurrents;
+#endif

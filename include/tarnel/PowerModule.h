@@ -3,9 +3,9 @@
 //
 // Typical use:
 //
-//   PowerModule module;                      // a CUDA device if present, else the CPU
+//   tarnel::PowerModule module;              // a CUDA device if present, else the CPU
 //   module.beginUpdate();
-//   module.setGridConfigType(ThreePhaseStarThreeCurrents);
+//   module.setGridConfigType(tarnel::ThreePhaseStarThreeCurrents);
 //   module.setSampleRate(51200.0, 1);
 //   module.setBufferLength(51200 * 2);       // two seconds of samples
 //   module.setStaticFrequency(50.0, 0.1);
@@ -15,7 +15,7 @@
 //   ...
 //   module.writeSamples(10240);
 //   module.scheduleForCalculation(0, 10240, 50.0);
-//   for (const PowerResultsGeneral& r : module.getResults(0)) { ... }
+//   for (const tarnel::PowerResultsGeneral& r : module.getResults(0)) { ... }
 #pragma once
 
 #include <memory>
@@ -26,6 +26,9 @@
 #include "tarnel/PowerGridConfig.h"
 #include "tarnel/PowerResults.h"
 #include "tarnel/PreciseFraction.h"
+#include "tarnel/Version.h"
+
+namespace tarnel {
 
 class TARNEL_API PowerModule {
   public:
@@ -158,3 +161,10 @@ class TARNEL_API PowerModule {
   private:
     std::unique_ptr<PowerModuleImpl> impl;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::PowerModule;
+#endif

@@ -8,6 +8,8 @@
 #include "tarnel/PowerEvents.h"
 #include "tarnel/VectorTypes.h"
 
+namespace tarnel {
+
 // A complex double inside result records: real part, then imaginary part, with
 // 8-byte alignment so that the records keep their packed layout.
 struct ComplexDouble {
@@ -198,3 +200,15 @@ static_assert(offsetof(PowerResultsPeriod, dipUL) == 272, "PowerResultsPeriod la
 static_assert(offsetof(PowerResultsPeriod, swell) == 320, "PowerResultsPeriod layout");
 static_assert(offsetof(PowerResultsPeriod, swellUL) == 360, "PowerResultsPeriod layout");
 static_assert(offsetof(PowerResultsPeriod, symmetricalComponent) == 400, "PowerResultsPeriod layout");
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::ComplexDouble;
+using tarnel::PowerResultsGeneral;
+using tarnel::PowerResultsPeriod;
+using tarnel::PowerResultsPhase;
+using tarnel::PowerResultsSymmetricalComponent;
+using tarnel::PowerResultsThd;
+#endif

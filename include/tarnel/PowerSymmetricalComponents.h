@@ -8,6 +8,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerResults.h"
 
+namespace tarnel {
+
 // Stateless helpers shared by block results and period values. Components are
 // always ordered zero, positive, negative (index 0, 1, 2). All functions are
 // reentrant; the only shared data is the read-only table of powers of the
@@ -36,3 +38,10 @@ class TARNEL_API PowerSymmetricalComponents {
     // are written only when currents are enabled.
     static void calculateRatios(PowerResultsSymmetricalComponent* r, bool currentEnabled);
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::PowerSymmetricalComponents;
+#endif

@@ -7,6 +7,8 @@
 
 #include "tarnel/Export.h"
 
+namespace tarnel {
+
 struct TARNEL_API PreciseFraction {
     uint64_t index = 0;
     double fraction = 0.0;
@@ -39,3 +41,11 @@ static_assert(sizeof(ZeroCrossingInterval) == 48, "ZeroCrossingInterval layout")
 static_assert(offsetof(ZeroCrossingInterval, end) == 16, "ZeroCrossingInterval layout");
 static_assert(offsetof(ZeroCrossingInterval, frequency) == 32, "ZeroCrossingInterval layout");
 static_assert(offsetof(ZeroCrossingInterval, valid) == 40, "ZeroCrossingInterval layout");
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::PreciseFraction;
+using tarnel::ZeroCrossingInterval;
+#endif

@@ -8,6 +8,8 @@
 #include "tarnel/PowerEvents.h"
 #include "tarnel/RvcPhaseCalculation.h"
 
+namespace tarnel {
+
 // The polyphase event starts when the first channel enters an event and ends when the last
 // channel has returned to steady state.
 class TARNEL_API RvcMultiPhaseCalculation {
@@ -33,3 +35,10 @@ class TARNEL_API RvcMultiPhaseCalculation {
     uint32_t eventCount = 0;
     std::vector<RvcPhaseCalculation> phases;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::RvcMultiPhaseCalculation;
+#endif

@@ -8,6 +8,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PowerEvents.h"
 
+namespace tarnel {
+
 // Keeps a sliding window of the latest RMS values. The voltage is steady while every value of a
 // full window lies within +/- threshold percent of the window average; leaving that band starts an
 // event, which ends once a full window is steady again within the tighter hysteresis band. No event
@@ -57,3 +59,10 @@ class TARNEL_API RvcPhaseCalculation {
     double maxDeviation = -std::numeric_limits<double>::infinity();
     bool steadyWindowSeen = false;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::RvcPhaseCalculation;
+#endif

@@ -1,15 +1,11 @@
-// Two-component vector types shared with CUDA. When the CUDA headers are on the
-// include path their definitions are used; otherwise layout-identical ones.
+// The two-component vector types of the public records (complex FFT bins and
+// phasors: x real part, y imaginary part). Defined here, once, with the size
+// and alignment of CUDA's types of the same names, whatever other headers are
+// on the include path; CUDA code converts between the two by pointer casts.
 #pragma once
 
-#if defined(__has_include)
-#if __has_include(<vector_types.h>)
-#include <vector_types.h>
-#define TARNEL_HAVE_CUDA_VECTOR_TYPES 1
-#endif
-#endif
+namespace tarnel {
 
-#if !defined(TARNEL_HAVE_CUDA_VECTOR_TYPES)
 struct alignas(8) float2 {
     float x;
     float y;
@@ -18,4 +14,13 @@ struct alignas(16) double2 {
     double x;
     double y;
 };
+
+static_assert(sizeof(float2) == 8 && sizeof(double2) == 16, "vector type layout");
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::double2;
+using tarnel::float2;
 #endif

@@ -9,6 +9,8 @@
 #include "tarnel/Export.h"
 #include "tarnel/PreciseFraction.h"
 
+namespace tarnel {
+
 // Finds the rising zero crossings of the fundamental of one voltage channel at
 // fractional sample positions and turns them into one ZeroCrossingInterval per
 // period. This is the recommended way to obtain the intervals for
@@ -145,3 +147,10 @@ class TARNEL_API ZeroCrossingDetector {
     class Impl;
     std::unique_ptr<Impl> impl;
 };
+
+}  // namespace tarnel
+
+// Global aliases for code written against unqualified names (see README).
+#if defined(TARNEL_GLOBAL_NAMES)
+using tarnel::ZeroCrossingDetector;
+#endif

@@ -6,6 +6,11 @@
  * this interface. Failures of the device layer are also handed, as text, to
  * the one error reporter of the process (see registerErrorReporter).
  *
+ * The function names (beginUpdate, reset, getResults, ...) and
+ * reportErrorCallbackFunction are global and fixed: a program that uses this
+ * interface must not define functions or variables of the same names. The C++
+ * interface (PowerModule and the records) lives in namespace tarnel.
+ *
  * The header compiles as C11 and as C++. The records that cross the interface
  * (PowerResultsGeneral, ZeroCrossingInterval, PowerResultsPeriod and the
  * records they contain) are the library's own C++ records when compiled as
@@ -42,6 +47,7 @@
 #define TARNEL_TARNEL_H
 
 #include "tarnel/Export.h"
+#include "tarnel/Version.h"
 
 #ifdef __cplusplus
 
@@ -321,6 +327,14 @@ _Static_assert(offsetof(PowerResultsPeriod, symmetricalComponent) == 400, "Power
 
 #endif /* __cplusplus */
 
+/* The records in the declarations below: the C structures in C, the library's
+ * C++ records (namespace tarnel) in C++. */
+#ifdef __cplusplus
+#define TARNEL_C_RECORD(name) ::tarnel::name
+#else
+#define TARNEL_C_RECORD(name) name
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -496,15 +510,17 @@ TARNEL_API int skipSamples(PowerModuleHandle handle, unsigned int count);
 TARNEL_API int scheduleForCalculation(PowerModuleHandle handle, unsigned long long firstSampleIndex, int length,
                                       double frequency);
 TARNEL_API int isAnyResultReady(PowerModuleHandle handle, bool* ready);
-TARNEL_API int getResults(PowerModuleHandle handle, int maxResults, int* resultsCount, PowerResultsGeneral* results);
+TARNEL_API int getResults(PowerModuleHandle handle, int maxResults, int* resultsCount,
+                          TARNEL_C_RECORD(PowerResultsGeneral) * results);
 
 /* Period values. getPeriodResults hands out a pointer into the module's own
  * ring: *count values of (phases + 1) records each. */
 TARNEL_API int scheduleForPeriodCalculation(PowerModuleHandle handle, int count, unsigned long long* firstSamples,
                                             int* lengths, double* frequencies, bool* valid);
 TARNEL_API int scheduleForPeriodCalculationFromZeroCrossing(PowerModuleHandle handle, int count,
-                                                            const ZeroCrossingInterval* intervals);
-TARNEL_API int getPeriodResults(PowerModuleHandle handle, int* count, bool* more, PowerResultsPeriod** results);
+                                                            const TARNEL_C_RECORD(ZeroCrossingInterval) * intervals);
+TARNEL_API int getPeriodResults(PowerModuleHandle handle, int* count, bool* more,
+                                TARNEL_C_RECORD(PowerResultsPeriod) * *results);
 
 /* Host rings of the module, valid until the next rebuild. */
 TARNEL_API int getWaveformBufferUInput(PowerModuleHandle handle, unsigned char channel, float** buffer);

@@ -2,7 +2,7 @@
 // The module's host code talks only to this interface; the CUDA backend maps
 // it onto the CUDA runtime and cuFFT, the CPU backend onto host memory, worker
 // threads and FFTW. Every call returns a CUDA error code (0 on success) that
-// the caller checks with CUDA_CALL where the call is made.
+// the caller checks with TARNEL_CUDA_CALL where the call is made.
 #pragma once
 
 #include <cstddef>

@@ -16,9 +16,11 @@ namespace {
 
 constexpr int kNoDevice = 100;  // "no CUDA-capable device is detected"
 
+// Auto takes the CUDA backend only where it can run: a device, and the
+// libraries it loads at run time.
 bool probeCudaDevice() {
 #if defined(TARNEL_WITH_CUDA)
-    return cudaBackendHasDevice();
+    return cudaBackendHasDevice() && cudaBackendLibrariesLoad();
 #else
     return false;
 #endif
@@ -31,7 +33,7 @@ std::shared_ptr<Backend> cudaBackend() {
         return backend;
     }
 #endif
-    CUDA_CALL(kNoDevice);
+    TARNEL_CUDA_CALL(kNoDevice);
     return nullptr;
 }
 

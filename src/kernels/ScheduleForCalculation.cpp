@@ -9,7 +9,7 @@
 #include "kernels/AllKernels.h"
 #include "tarnel/CudaErrorHandling.h"
 
-using namespace tarnel;
+namespace tarnel {
 
 namespace {
 
@@ -27,7 +27,7 @@ template <typename Kernel>
 void PowerModule::PowerModuleImpl::launch(const Kernel& kernel, unsigned gridX, unsigned blockX, unsigned blockY,
                                           CUstream_st* stream) {
     backend->launch(kernel, LaunchShape{gridX, blockX, blockY}, stream);
-    CUDA_CALL(backend->peekAtLastError());
+    TARNEL_CUDA_CALL(backend->peekAtLastError());
 }
 
 void PowerModule::PowerModuleImpl::validateBlockRequest(unsigned long long first, unsigned int length, double frequency,
@@ -334,7 +334,7 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
         resultsQueue.push_back(currentQueueItem);
     }
     CUstream_st* stream = item->getCudaStream();
-    if (item->getIndex() != 0) CUDA_CALL(backend->streamWaitEvent(stream, item->getEventResultsCalculated()));
+    if (item->getIndex() != 0) TARNEL_CUDA_CALL(backend->streamWaitEvent(stream, item->getEventResultsCalculated()));
     const size_t row = item->getIndex() % buffers.getGeneralResultsBufferLength();
     const unsigned plan =
         config.variableFrequency
@@ -368,3 +368,5 @@ void PowerModule::PowerModuleImpl::scheduleForCalculation(unsigned long long fir
     enqueueBlockCopies(*item, row, firstSampleIndex);
     item->callEventResultsTransferred();
 }
+
+}  // namespace tarnel

@@ -107,6 +107,7 @@ Options
   --duration S              length of the synthetic recording in seconds (default 10)
   --progress | --no-progress  progress bar on stderr (default: when stderr is a terminal)
   --help                    this text
+  --version                 the version of the analyser and of the library it runs with
 
 Exit status: 0 success, 2 bad input (one line on stderr names the file and the problem).
 )";
@@ -120,7 +121,8 @@ AnalyserOptions parseOptions(int argc, char** argv) {
                                                                 {"--star", [&] { o.delta = false; }},
                                                                 {"--secondary", [&] { o.secondary = true; }},
                                                                 {"--progress", [&] { o.progress = true; }},
-                                                                {"--no-progress", [&] { o.progress = false; }}};
+                                                                {"--no-progress", [&] { o.progress = false; }},
+                                                                {"--version", [&] { o.version = true; }}};
     const std::map<std::string, std::function<void(const std::string&)>> valued = {
         {"--backend", [&](const std::string& v) { o.backend = parseBackend(v); }},
         {"--json", [&](const std::string& v) { o.jsonPath = v; }},

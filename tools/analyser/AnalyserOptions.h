@@ -31,6 +31,7 @@ struct AnalyserOptions {
     double syntheticSeconds = 10.0;
     std::optional<bool> progress;
     bool help = false;
+    bool version = false;
 };
 
 // Parses argv; throws std::invalid_argument with a one-line message.

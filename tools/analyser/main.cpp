@@ -13,6 +13,7 @@
 #include "RecordingSource.h"
 #include "Report.h"
 #include "SyntheticRecording.h"
+#include "tarnel/Version.h"
 
 using namespace tarnel::analyser;
 
@@ -58,6 +59,11 @@ int main(int argc, char** argv) {
         const AnalyserOptions options = parseOptions(argc, argv);
         if (options.help) {
             std::fputs(usageText(), stdout);
+            return 0;
+        }
+        if (options.version) {
+            std::printf("tarnel-analyse %d.%d.%d (library %s)\n", TARNEL_VERSION_MAJOR, TARNEL_VERSION_MINOR,
+                        TARNEL_VERSION_PATCH, tarnel_version());
             return 0;
         }
         return analyse(options);

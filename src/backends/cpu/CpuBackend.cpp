@@ -5,9 +5,9 @@
 #include <map>
 #include <vector>
 
+#include "backends/cpu/CpuFftPlan.h"
 #include "backends/cpu/CpuKernelRunner.h"
 #include "backends/cpu/CpuWorkerPool.h"
-#include "backends/cpu/FftwPlan.h"
 #include "kernels/AllKernels.h"
 
 namespace tarnel {
@@ -215,8 +215,8 @@ int CpuBackend::synchronizeDevice() {
 }
 
 int CpuBackend::createFftPlan(std::unique_ptr<FftPlan>* plan, int length, int batch) {
-    return createFftwPlan(plan, length, batch, measureFftPlans,
-                          [this](DeviceStream s, std::function<void()> work) { return enqueue(s, std::move(work)); });
+    return createCpuFftPlan(plan, length, batch, measureFftPlans,
+                            [this](DeviceStream s, std::function<void()> work) { return enqueue(s, std::move(work)); });
 }
 
 #define TARNEL_DEFINE_CPU_LAUNCH(Kernel)                                                           \

@@ -17,7 +17,7 @@
 
 namespace tarnel {
 
-class TARNEL_API CpuBackend final : public Backend {
+class CpuBackend final : public Backend {
   public:
     explicit CpuBackend(const BackendOptions& options);
     ~CpuBackend() override;

@@ -1,5 +1,3 @@
-#include "backends/cpu/FftwPlan.h"
-
 #include <fftw3.h>
 
 #include <algorithm>
@@ -8,6 +6,7 @@
 #include <mutex>
 #include <vector>
 
+#include "backends/cpu/CpuFftPlan.h"
 #include "backends/cpu/CpuKernelRunner.h"
 
 namespace tarnel {
@@ -105,7 +104,7 @@ class FftwPlan final : public FftPlan {
 
 }  // namespace
 
-int createFftwPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool measure, const CpuEnqueue& enqueue) {
+int createCpuFftPlan(std::unique_ptr<FftPlan>* result, int length, int batch, bool measure, const CpuEnqueue& enqueue) {
     if (length < 1 || batch < 1) return kFftInvalidValue;
     const int bins = length / 2 + 1;
     auto* in = static_cast<float*>(fftwf_malloc(sizeof(float) * static_cast<size_t>(length) * batch));

@@ -1,9 +1,13 @@
 #include <cuda_runtime.h>
 #include <cufft.h>
 
+#include <string>
+
 #include "backends/cuda/CudaBackend.h"
 #include "backends/cuda/CudaLaunch.cuh"
+#include "backends/cuda/CufftLibrary.h"
 #include "kernels/AllKernels.h"
+#include "tarnel/CudaErrorHandling.h"
 
 namespace tarnel {
 
@@ -14,29 +18,32 @@ cudaEvent_t nativeEvent(DeviceEvent event) { return reinterpret_cast<cudaEvent_t
 
 class CufftPlan final : public FftPlan {
   public:
-    explicit CufftPlan(cufftHandle handle_) : handle(handle_) {}
+    CufftPlan(const CufftFunctions& cufft_, cufftHandle handle_) : cufft(cufft_), handle(handle_) {}
     ~CufftPlan() override { destroy(); }
 
     int execute(const float* input, float2* output, DeviceStream stream) override {
-        const cufftResult set = cufftSetStream(handle, nativeStream(stream));
+        const cufftResult set = cufft.setStream(handle, nativeStream(stream));
         if (set != CUFFT_SUCCESS) return static_cast<int>(set);
         return static_cast<int>(
-            cufftExecR2C(handle, const_cast<cufftReal*>(input), reinterpret_cast<cufftComplex*>(output)));
+            cufft.execR2C(handle, const_cast<cufftReal*>(input), reinterpret_cast<cufftComplex*>(output)));
     }
 
     int destroy() override {
         if (!live) return 0;
         live = false;
-        return static_cast<int>(cufftDestroy(handle));
+        return static_cast<int>(cufft.destroy(handle));
     }
 
   private:
+    const CufftFunctions& cufft;
     cufftHandle handle;
     bool live = true;
 };
 
 class CudaBackend final : public Backend {
   public:
+    explicit CudaBackend(const CufftFunctions& cufft_) : cufft(cufft_) {}
+
     BackendKind kind() const override { return BackendKind::Cuda; }
     bool prefersWindowTable() const override { return false; }
 
@@ -84,19 +91,19 @@ class CudaBackend final : public Backend {
 
     int createFftPlan(std::unique_ptr<FftPlan>* plan, int length, int batch) override {
         cufftHandle handle = 0;
-        cufftResult result = cufftCreate(&handle);
+        cufftResult result = cufft.create(&handle);
         if (result != CUFFT_SUCCESS) return static_cast<int>(result);
         int n[1] = {length};
         int inembed[1] = {length};
         int onembed[1] = {length / 2 + 1};
         size_t workSize = 0;
-        result = cufftMakePlanMany(handle, 1, n, inembed, 1, length, onembed, 1, length / 2 + 1, CUFFT_R2C, batch,
-                                   &workSize);
+        result = cufft.makePlanMany(handle, 1, n, inembed, 1, length, onembed, 1, length / 2 + 1, CUFFT_R2C, batch,
+                                    &workSize);
         if (result != CUFFT_SUCCESS) {
-            cufftDestroy(handle);
+            cufft.destroy(handle);
             return static_cast<int>(result);
         }
-        *plan = std::make_unique<CufftPlan>(handle);
+        *plan = std::make_unique<CufftPlan>(cufft, handle);
         return 0;
     }
 
@@ -106,6 +113,9 @@ class CudaBackend final : public Backend {
     }
     TARNEL_FOR_EACH_KERNEL(TARNEL_DEFINE_CUDA_LAUNCH)
 #undef TARNEL_DEFINE_CUDA_LAUNCH
+
+  private:
+    const CufftFunctions& cufft;
 };
 
 }  // namespace
@@ -119,7 +129,14 @@ bool cudaBackendHasDevice() {
     return count > 0;
 }
 
-std::shared_ptr<Backend> createCudaBackend() { return std::make_shared<CudaBackend>(); }
+bool cudaBackendLibrariesLoad() { return loadCufft(nullptr) != nullptr; }
+
+std::shared_ptr<Backend> createCudaBackend() {
+    std::string error;
+    const CufftFunctions* cufft = loadCufft(&error);
+    if (cufft == nullptr) throw GpuException("CUDA backend unavailable: " + error);
+    return std::make_shared<CudaBackend>(*cufft);
+}
 
 const char* cudaRuntimeErrorText(int code) { return cudaGetErrorString(static_cast<cudaError_t>(code)); }
 

@@ -10,6 +10,8 @@
 #include "Report.h"
 #include "SyntheticRecording.h"
 
+using namespace tarnel;
+
 using namespace tarnel::analyser;
 
 namespace {

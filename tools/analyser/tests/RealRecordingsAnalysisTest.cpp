@@ -13,6 +13,7 @@
 #include "RecordingSource.h"
 #include "Report.h"
 
+using namespace tarnel;
 using namespace tarnel::analyser;
 
 namespace {
