@@ -27,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+#include "ReferenceModule.h"
 #include "tarnel/DeviceBackend.h"
 #include "tarnel/PowerModule.h"
 
@@ -34,8 +35,8 @@ using namespace tarnel;
 
 namespace {
 
-constexpr double kSampleRate = 51200.0;
-constexpr double kFrequency = 50.0;
+constexpr double kSampleRate = bench::kReferenceSampleRate;
+constexpr double kFrequency = bench::kReferenceFrequency;
 constexpr unsigned kBlock = 10240;                     // 10 periods of 50 Hz
 constexpr unsigned long long kRing = 4ull * 51200ull;  // 4 s, a whole number of blocks and periods
 constexpr int kFftLength = 16384;
@@ -54,27 +55,10 @@ class BlockHarness {
     BlockHarness(BackendKind kind, Extras extras_) : module(BackendOptions{kind, 0, true}), extras(extras_) {
         module.beginUpdate();
         configureExtras();
-        module.setGridConfigType(ThreePhaseStarThreeCurrents);
-        module.setLineToLineResultsEnabled(true);
-        module.setInterHarmonicsEnabled(true);
-        module.setThdEnabled(true);
-        module.setSampleRate(kSampleRate, 1);
-        module.setStaticFrequency(kFrequency, 0.1);
-        module.setHighestRequestedHarmonic(50);
-        module.setBufferLength(kRing);
+        bench::configureReferenceModule(module, kRing);
         module.endUpdate();
         module.reset(0);
-        for (unsigned char p = 0; p < 3; ++p) {
-            float* u = nullptr;
-            float* i = nullptr;
-            module.getWaveformBufferUInput(p, &u);
-            module.getWaveformBufferI(p, &i);
-            for (unsigned long long n = 0; n < kRing; ++n) {
-                const double a = 2.0 * M_PI * kFrequency * static_cast<double>(n) / kSampleRate - p * 2.0 * M_PI / 3.0;
-                u[n] = static_cast<float>(230.0 * std::sqrt(2.0) * (std::sin(a) + 0.05 * std::sin(3.0 * a)));
-                i[n] = static_cast<float>(10.0 * std::sqrt(2.0) * std::sin(a - M_PI / 6.0));
-            }
-        }
+        bench::fillReferenceRing(module, kRing);
     }
 
     // Writes and schedules one block, then collects what is ready; waits

@@ -4,21 +4,7 @@
 
 #include "backends/cpu/CpuWorkerPool.h"
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
-
 namespace tarnel {
-
-namespace {
-
-void pause() {
-#if defined(__x86_64__) || defined(__i386__)
-    _mm_pause();
-#endif
-}
-
-}  // namespace
 
 CpuKernelPool& CpuKernelPool::instance() {
     static CpuKernelPool* pool = new CpuKernelPool;
@@ -64,7 +50,7 @@ void CpuKernelPool::awaitActiveHelpers() {
         if (spins % 64 == 0) {
             std::this_thread::yield();
         } else {
-            pause();
+            cpuPause();
         }
     }
 }

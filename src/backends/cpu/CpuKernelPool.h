@@ -15,7 +15,18 @@
 #include <functional>
 #include <mutex>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <immintrin.h>
+#endif
+
 namespace tarnel {
+
+// Tells the processor that this thread spins waiting for another (a pause on x86).
+inline void cpuPause() {
+#if defined(__x86_64__) || defined(__i386__)
+    _mm_pause();
+#endif
+}
 
 class CpuKernelPool {
   public:

@@ -4,19 +4,9 @@
 
 #include "backends/cpu/CpuKernelPool.h"
 
-#if defined(__x86_64__) || defined(__i386__)
-#include <immintrin.h>
-#endif
-
 namespace tarnel {
 
 namespace {
-
-void pause() {
-#if defined(__x86_64__) || defined(__i386__)
-    _mm_pause();
-#endif
-}
 
 int defaultThreadCount() {
     const unsigned cores = std::thread::hardware_concurrency();
@@ -273,7 +263,7 @@ bool CpuWorkerPool::pollForWork(unsigned long long& seenLaunch) {
             pollUntil = std::chrono::steady_clock::now() + kIdlePollTime;
             continue;
         }
-        pause();
+        cpuPause();
         if (spins % 16 == 0 && std::chrono::steady_clock::now() > pollUntil) return false;
     }
 }
