@@ -1,5 +1,9 @@
 #include "FileAnalysis.h"
 
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/vector.h>
+
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,8 @@
 #include "StreamingModule.h"
 
+#include <nanobind/stl/pair.h>
+#include <nanobind/stl/string.h>
+
 #include <algorithm>
 #include <cmath>
 #include <functional>
