@@ -15,8 +15,8 @@ def main(argv=None) -> int:
     one.add_argument("file")
     one.add_argument("--html", help="write an HTML report with plots to this file")
     one.add_argument("--backend", choices=["auto", "cpu", "cuda"], default="auto")
-    one.add_argument("--nominal-voltage", type=float)
-    one.add_argument("--nominal-frequency", type=float)
+    one.add_argument("--nominal-voltage", type=float, help="nominal phase voltage, V")
+    one.add_argument("--frequency", dest="nominal_frequency", type=float, help="nominal frequency, Hz")
     one.add_argument("--sample-rate", type=float, help="for CSV recordings without a time column")
     args = parser.parse_args(argv)
     options = {"backend": args.backend}
