@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import functools
 import os
 import re
 
@@ -85,13 +86,23 @@ class Analysis:
             if key != "records":
                 setattr(self, key, value)
         self.period_records = view_records(raw["periods"], "period")
-        self.blocks = block_frame(self.block_records, currents, start)
-        self.periods = period_frame(self.period_records, currents, start)
-        self.events = self._event_frame(raw["events"])
+        self._currents = currents
+        self._events = raw["events"]
 
-    def _event_frame(self, events: list) -> pd.DataFrame:
+    # The tables are built when first used: a fleet run that needs only the
+    # events does not pay for the others.
+    @functools.cached_property
+    def blocks(self) -> pd.DataFrame:
+        return block_frame(self.block_records, self._currents, self.start)
+
+    @functools.cached_property
+    def periods(self) -> pd.DataFrame:
+        return period_frame(self.period_records, self._currents, self.start)
+
+    @functools.cached_property
+    def events(self) -> pd.DataFrame:
         rows = [(e["kind"], e["phases"].split(), e["start"], e["start"] + e["duration"], e["duration"],
-                 e["voltage"], e["depth"]) for e in events]
+                 e["voltage"], e["depth"]) for e in self._events]
         frame = pd.DataFrame(rows, columns=EVENT_COLUMNS)
         if self.start is not None:
             frame.insert(3, "t_utc", self.start + pd.to_timedelta(frame["t_s"], unit="s"))
