@@ -18,5 +18,6 @@ if [[ -x /usr/local/cuda/bin/nvcc ]]; then export PATH=/usr/local/cuda/bin:$PATH
 # (chromium above renders the HTML report in a test).
 python_packages=(nanobind scikit-build-core numpy pandas matplotlib "dask[distributed]" pytest)
 if ! python3 -c "import nanobind, scikit_build_core, numpy, pandas, matplotlib, distributed, pytest" 2>/dev/null; then
-    python3 -m pip install -q "${python_packages[@]}"
+    # Debian's own python3 marks its packages as system-managed; CI machines install beside them.
+    PIP_BREAK_SYSTEM_PACKAGES=1 python3 -m pip install -q "${python_packages[@]}"
 fi
