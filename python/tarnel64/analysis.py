@@ -141,7 +141,8 @@ def analyse(path_or_arrays, **options) -> Analysis:
     """Analyses a recording as tarnel-analyse does.
 
     path_or_arrays: a COMTRADE (.cfg), CSV or WAV path, or (u, i) arrays shaped
-    (channels, samples) with sample_rate= and grid= given (i may be None).
+    (channels, samples) with sample_rate= and grid= given (i may be None; the
+    nominal voltage and frequency default to 230 V and 50 Hz for arrays).
     Options: backend, grid, voltages, currents, delta, nominal_voltage,
     nominal_frequency, sample_rate, secondary, section.
     """
