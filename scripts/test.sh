@@ -13,6 +13,11 @@ cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DTARNEL_WARNINGS_AS_ERRORS=ON -D
 cmake --build build -j"$jobs"
 ctest --test-dir build --output-on-failure -j"$jobs"
 
+# The Python package, built against this tree, and its tests; no collected
+# tests (pytest's exit code 5) fails the run as any other error does.
+PIP_BREAK_SYSTEM_PACKAGES=1 python3 -m pip install -q --no-build-isolation -C cmake.define.TARNEL_CUDA_ARCHITECTURES="$arch" ./python
+python3 -m pytest -q python/tests
+
 for sanitizer in "address,undefined" thread; do
     dir="build-${sanitizer//,/-}"
     cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=Debug -DTARNEL_WITH_CUDA=OFF -DTARNEL_BUILD_BENCHMARKS=OFF \

@@ -1,0 +1,39 @@
+"""tarnel64 analyse FILE [--html report.html]: the report of a recording, and its plots."""
+
+from __future__ import annotations
+
+import argparse
+import sys
+
+from .analysis import analyse
+
+
+def main(argv=None) -> int:
+    parser = argparse.ArgumentParser(prog="tarnel64", description="Power analysis of recordings.")
+    commands = parser.add_subparsers(dest="command", required=True)
+    one = commands.add_parser("analyse", help="analyse a COMTRADE, CSV or WAV recording")
+    one.add_argument("file")
+    one.add_argument("--html", help="write an HTML report with plots to this file")
+    one.add_argument("--backend", choices=["auto", "cpu", "cuda"], default="auto")
+    one.add_argument("--nominal-voltage", type=float, help="nominal phase voltage, V")
+    one.add_argument("--frequency", dest="nominal_frequency", type=float, help="nominal frequency, Hz")
+    one.add_argument("--sample-rate", type=float, help="for CSV recordings without a time column")
+    args = parser.parse_args(argv)
+    options = {"backend": args.backend}
+    for name in ("nominal_voltage", "nominal_frequency", "sample_rate"):
+        if getattr(args, name) is not None:
+            options[name] = getattr(args, name)
+    try:
+        result = analyse(args.file, **options)
+    except (OSError, ValueError, RuntimeError) as error:
+        print(f"tarnel64: {error}", file=sys.stderr)
+        return 2
+    print(result.summary(), end="")
+    if args.html:
+        result.to_html(args.html)
+        print(f"HTML report written to {args.html}")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
