@@ -65,8 +65,9 @@ def spectra(columns: dict, phases: int) -> dict:
     return out
 
 
-def harmonic_frame(blocks: pd.DataFrame, arrays: dict) -> pd.DataFrame:
-    """The spectra in long form, one row per block, phase and order, as harmonics.csv."""
+def harmonic_frame(blocks: pd.DataFrame, arrays: dict, orders_per_block: np.ndarray) -> pd.DataFrame:
+    """The spectra in long form, one row per block, phase and order, as harmonics.csv;
+    a block has as many orders as it measured (a shorter last block may have fewer)."""
     first = blocks.drop_duplicates("index")
     n, phases, orders = arrays["h_u_V"].shape
     frame = pd.DataFrame({
@@ -78,7 +79,8 @@ def harmonic_frame(blocks: pd.DataFrame, arrays: dict) -> pd.DataFrame:
     })
     for name in SPECTRA:
         frame[name] = arrays[name].reshape(-1)
-    return frame
+    kept = frame["order"].to_numpy() < np.repeat(orders_per_block, phases * orders)
+    return frame[kept].reset_index(drop=True)
 
 
 def sequence_frame(records: np.ndarray) -> pd.DataFrame:

@@ -10,7 +10,7 @@ import numpy as np
 import pandas as pd
 
 from . import _checks, _core
-from ._records import harmonic_frame, schema_frame, sequence_frame, spectra, view_records
+from ._records import SPECTRA, harmonic_frame, schema_frame, sequence_frame, spectra, view_records
 from .module import BACKENDS, FULL_CURRENTS, GRIDS
 
 # --phase-order of the command line: detected, L1-L2-L3 or L1-L3-L2.
@@ -102,8 +102,8 @@ class Analysis:
 
     @functools.cached_property
     def harmonics(self) -> pd.DataFrame:
-        return harmonic_frame(self.blocks, {name: getattr(self, name) for name in ("h_u_V", "h_u_deg", "ih_u_V",
-                                                                                    "h_i_A", "h_i_deg", "ih_i_A")})
+        arrays = {name: getattr(self, name) for name in SPECTRA}
+        return harmonic_frame(self.blocks, arrays, self.block_records["harmonicLength"])
 
     @property
     def nominal_voltage(self) -> float:

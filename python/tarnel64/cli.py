@@ -5,7 +5,7 @@ from __future__ import annotations
 import argparse
 import sys
 
-from .analysis import analyse
+from .analysis import PHASE_ORDERS, analyse
 
 
 def main(argv=None) -> int:
@@ -18,9 +18,15 @@ def main(argv=None) -> int:
     one.add_argument("--nominal-voltage", type=float, help="nominal phase voltage, V")
     one.add_argument("--frequency", dest="nominal_frequency", type=float, help="nominal frequency, Hz")
     one.add_argument("--sample-rate", type=float, help="for CSV recordings without a time column")
+    one.add_argument("--dip-threshold", type=float, help="dip start level in %% of nominal (default 90)")
+    one.add_argument("--swell-threshold", type=float, help="swell start level in %% of nominal (default 110)")
+    one.add_argument("--interruption-threshold", type=float,
+                     help="all channels below this %% of nominal make an interruption (default 10)")
+    one.add_argument("--phase-order", choices=list(PHASE_ORDERS), help="phase rotation (default: detected)")
     args = parser.parse_args(argv)
     options = {"backend": args.backend}
-    for name in ("nominal_voltage", "nominal_frequency", "sample_rate"):
+    for name in ("nominal_voltage", "nominal_frequency", "sample_rate", "dip_threshold", "swell_threshold",
+                 "interruption_threshold", "phase_order"):
         if getattr(args, name) is not None:
             options[name] = getattr(args, name)
     try:

@@ -22,10 +22,13 @@ class Fleet:
         self.events = events[["recording"] + [c for c in events.columns if c != "recording"]]
 
     def overview(self) -> pd.DataFrame:
-        """One row per recording: blocks, period values, events, nominal voltage, backend."""
-        rows = [(path, len(a.block_records), len(a.period_records), len(a.events), a.nominal_voltage, a.backend)
+        """One row per recording: blocks, period values, events (ongoing at the end), nominal values, backend."""
+        rows = [(path, len(a.block_records), len(a.period_records), len(a.events), int(a.events["ongoing"].sum()),
+                 a.nominal_voltage, a.header["nominal_voltage_source"], a.header["nominal_frequency_Hz"], a.backend)
                 for path, a in self.analyses.items()]
-        return pd.DataFrame(rows, columns=["recording", "blocks", "periods", "events", "nominal_V", "backend"])
+        return pd.DataFrame(rows, columns=["recording", "blocks", "periods", "events", "ongoing_events",
+                                           "nominal_voltage_V", "nominal_voltage_source", "nominal_frequency_Hz",
+                                           "backend"])
 
 
 def _analyse_one(path: str, options: dict):

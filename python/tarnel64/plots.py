@@ -5,11 +5,10 @@ from __future__ import annotations
 import base64
 import html
 import io
+import warnings
 
 import numpy as np
 
-# Event thresholds drawn on the RMS trend, in % of the nominal voltage.
-DIP_THRESHOLD_PCT, SWELL_THRESHOLD_PCT = 90.0, 110.0
 EVENT_COLOURS = {"dip": "tab:red", "swell": "tab:orange", "rvc": "tab:purple", "interruption": "black"}
 
 
@@ -25,36 +24,43 @@ def plot_analysis(analysis, figure=None):
     _spectrum(axes[0, 1], analysis)
     _phasors(phasor_axes, analysis)
     _frequency_trend(axes[1, 1], analysis)
-    figure.suptitle(analysis.info["description"])
+    figure.suptitle(analysis.description)
     return figure
 
 
-def _trend_source(analysis):
-    periods = analysis.periods
-    return periods if len(periods) else analysis.blocks[analysis.blocks["phase"] != "total"]
-
-
 def _rms_trend(ax, analysis):
-    data = _trend_source(analysis)
+    periods = analysis.periods
+    data, time = (periods, "t_end_s") if len(periods) else (analysis.blocks, "t_end_s")
     for phase, rows in data.groupby("phase"):
-        ax.plot(rows["t_s"], rows["u_rms_V"], label=f"U {phase}", lw=1)
+        ax.plot(rows[time], rows["u_rms_V"], label=f"U {phase}", lw=1)
     nominal = analysis.nominal_voltage
-    for pct, style in ((DIP_THRESHOLD_PCT, "--"), (SWELL_THRESHOLD_PCT, ":")):
-        ax.axhline(nominal * pct / 100.0, color="grey", ls=style, lw=0.8, label=f"{pct:g} % of {nominal:g} V")
+    estimated = " (estimated)" if analysis.header["nominal_voltage_estimated"] else ""
+    for name, style in (("dip", "--"), ("swell", ":"), ("interruption", "-.")):
+        pct = analysis.thresholds[name]
+        ax.axhline(nominal * pct / 100.0, color="grey", ls=style, lw=0.8,
+                   label=f"{name} {pct:g} % of {nominal:.5g} V{estimated}")
+    shown = set()
     for event in analysis.events.itertuples():
-        ax.axvspan(event.t_s, event.end_s, color=EVENT_COLOURS.get(event.kind, "tab:grey"), alpha=0.2)
+        # An event still in progress is shaded to the end of the recording and hatched.
+        end = analysis.duration if event.ongoing else event.t_end_s
+        label = event.kind + (" (ongoing at end)" if event.ongoing else "")
+        ax.axvspan(event.t_start_s, end, color=EVENT_COLOURS.get(event.kind, "tab:grey"), alpha=0.2,
+                   hatch="//" if event.ongoing else None, label=None if label in shown else label)
+        shown.add(label)
     ax.set(title="RMS voltage (events shaded)", xlabel="time / s", ylabel="U rms / V")
     ax.legend(fontsize="small")
     ax.grid(alpha=0.3)
 
 
 def _spectrum(ax, analysis):
-    harmonics = getattr(analysis, "harmonics_u", np.empty((0, 0, 0)))
+    harmonics = analysis.h_u_V
     if harmonics.size == 0 or harmonics.shape[2] < 3:
         ax.set_title("harmonic spectrum (none)")
         return
     fundamental = harmonics[:, :, 1:2]
-    with np.errstate(divide="ignore", invalid="ignore"):
+    # Orders at or above half the sample rate are NaN in every block.
+    with np.errstate(divide="ignore", invalid="ignore"), warnings.catch_warnings():
+        warnings.simplefilter("ignore", RuntimeWarning)
         share = np.nanmean(np.where(fundamental > 0, 100.0 * harmonics / fundamental, np.nan), axis=0)
     orders = np.arange(2, harmonics.shape[2])
     width = 0.8 / share.shape[0]
@@ -66,20 +72,21 @@ def _spectrum(ax, analysis):
 
 
 def _phasors(ax, analysis):
-    harmonics = getattr(analysis, "harmonics_u", np.empty((0, 0, 0)))
-    if harmonics.size == 0:
+    harmonics = analysis.h_u_V
+    if harmonics.size == 0 or harmonics.shape[2] < 2:
         return
-    magnitude, angle = harmonics[-1, :, 1], np.radians(analysis.angles_u[-1, :, 1])
-    angle = angle - angle[0]  # L1 at 0 degrees
+    # The first block: the system before the events. Angles are relative to L1's fundamental.
+    magnitude, angle = harmonics[0, :, 1], np.radians(np.nan_to_num(analysis.h_u_deg[0, :, 1]))
     for p in range(len(magnitude)):
         ax.annotate("", xy=(angle[p], magnitude[p]), xytext=(0, 0),
                     arrowprops=dict(arrowstyle="->", color=f"C{p}", lw=2))
         ax.text(angle[p], magnitude[p] * 1.05, f"L{p + 1}", color=f"C{p}")
     ax.set_rmax(float(np.nanmax(magnitude)) * 1.2 or 1.0)
-    title = "fundamental voltage phasors (last block)"
+    title = "fundamental voltage phasors (first block)"
     if len(magnitude) == 3:
-        s = analysis.sequences().iloc[-1]
-        title += f"\nU1 {s.u1_V:.4g} V, U2 {s.u2_V:.3g} V ({s.u2_pct:.2f} %), U0 {s.u0_V:.3g} V"
+        s = analysis.sequences().iloc[0]
+        order = analysis.header["phase_order"] or "rotation unknown"
+        title += f", {order}\nU1 {s.u1_V:.4g} V, U2 {s.u2_V:.3g} V ({s.u2_pct:.2f} %), U0 {s.u0_V:.3g} V"
     ax.set_title(title, fontsize="medium")
 
 
@@ -87,9 +94,9 @@ def _frequency_trend(ax, analysis):
     periods = analysis.periods
     if len(periods):
         rows = periods[(periods["phase"] == "L1") & periods["valid"]]
-        ax.plot(rows["t_s"], rows["freq_Hz"], lw=1, label="per period")
+        ax.plot(rows["t_end_s"], rows["freq_Hz"], lw=1, label="per period")
     blocks = analysis.blocks[analysis.blocks["phase"] == "L1"]
-    ax.step(blocks["t_s"] + blocks["duration_s"], blocks["freq_Hz"], where="pre", label="per block")
+    ax.step(blocks["t_end_s"], blocks["freq_Hz"], where="pre", label="per block")
     ax.set(title="frequency", xlabel="time / s", ylabel="f / Hz")
     ax.legend(fontsize="small")
     ax.grid(alpha=0.3)
@@ -104,18 +111,27 @@ def figure_png(analysis) -> bytes:
     return buffer.getvalue()
 
 
+def event_table(analysis) -> str:
+    """The event table as the report shows it: "-" for what does not apply, ongoing events marked."""
+    events = analysis.events
+    if not len(events):
+        return "<p>No events.</p>"
+    shown = events.drop(columns=["index"]).assign(
+        phases=events["phases"].map(" ".join),
+        ongoing=events["ongoing"].map({True: "ongoing at end of recording", False: ""}))
+    return shown.to_html(index=False, na_rep="-", float_format=lambda v: f"{v:.6g}")
+
+
 def write_html(analysis, path) -> None:
     image = base64.b64encode(figure_png(analysis)).decode("ascii")
-    events = analysis.events.to_html(index=False, float_format=lambda v: f"{v:.6g}") if len(analysis.events) \
-        else "<p>No events.</p>"
-    title = html.escape(analysis.info["description"])
+    title = html.escape(analysis.description)
     page = f"""<!DOCTYPE html>
 <html><head><meta charset="utf-8"><title>tarnel64: {title}</title>
 <style>body{{font-family:sans-serif;margin:1.5em}} pre{{background:#f4f4f4;padding:1em}}
 table{{border-collapse:collapse}} td,th{{border:1px solid #ccc;padding:2px 6px}}</style></head>
 <body><h1>{title}</h1>
 <img alt="RMS trend, harmonic spectrum, phasors and frequency" src="data:image/png;base64,{image}">
-<h2>Events</h2>{events}
+<h2>Events</h2>{event_table(analysis)}
 <h2>Report</h2><pre>{html.escape(analysis.summary())}</pre>
 </body></html>
 """

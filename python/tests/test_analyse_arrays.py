@@ -21,18 +21,35 @@ def test_arrays_give_closed_form_values_and_a_swell_event():
     u, i = signal(3.0, swell=(1.0, 2.0))
     analysis = tarnel64.analyse((u, i), sample_rate=FS, grid="star", nominal_voltage=230, backend="cpu")
     periods = analysis.periods
-    before = periods[periods["valid"] & (periods["t_s"] > 0.1) & (periods["t_s"] < 0.95)]
-    during = periods[periods["valid"] & (periods["t_s"] > 1.1) & (periods["t_s"] < 1.95)]
+    before = periods[periods["valid"] & (periods["t_end_s"] > 0.1) & (periods["t_end_s"] < 0.95)]
+    during = periods[periods["valid"] & (periods["t_end_s"] > 1.1) & (periods["t_end_s"] < 1.95)]
     np.testing.assert_allclose(before["u_rms_V"], 230.0, rtol=1e-4)
     np.testing.assert_allclose(during["u_rms_V"], 276.0, rtol=1e-4)
     np.testing.assert_allclose(before["p_W"], 1150.0, rtol=1e-4)
     blocks = analysis.blocks
     assert (blocks["pf"].dropna() > 0.9999).all()
     events = analysis.events
-    assert list(events["kind"]) == ["swell"] and events["phases"][0] == ["L1", "L2", "L3"]
-    np.testing.assert_allclose(events[["t_s", "duration_s"]].to_numpy()[0], [1.0, 1.0], atol=0.021)
+    assert list(events["kind"]) == ["swell"] and events["phases"][0] == ["U1", "U2", "U3"]
+    assert not events["ongoing"][0]
+    np.testing.assert_allclose(events[["t_start_s", "duration_s"]].to_numpy()[0], [1.0, 1.0], atol=0.021)
     np.testing.assert_allclose(events["extreme_V"], 276.0, rtol=1e-3)
     assert "arrays" in analysis.summary()
+
+
+def test_arrays_without_nominals_get_them_estimated_and_keep_their_start_time():
+    # 120 V at 60 Hz, single phase, voltages only: the estimates must find both.
+    t = np.arange(int(2.0 * FS)) / FS
+    u = 120 * np.sqrt(2) * np.sin(2 * np.pi * 60.0 * t)[np.newaxis, :]
+    analysis = tarnel64.analyse((u, None), sample_rate=FS, grid="single", backend="cpu",
+                                start_time="2024-03-01T12:00:00+01:00")
+    header = analysis.header
+    assert (header["nominal_frequency_Hz"], header["nominal_frequency_source"]) == (60.0, "estimated")
+    assert header["nominal_voltage_source"] == "estimated"
+    np.testing.assert_allclose(header["nominal_voltage_V"], 120.0, rtol=1e-3)
+    assert header["periods_per_block"] == 12 and header["start_time_utc"] == "2024-03-01T11:00:00.000000000Z"
+    blocks = analysis.blocks
+    assert ((blocks["t_start_utc"] - analysis.start).dt.total_seconds() - blocks["t_start_s"]).abs().max() < 1e-9
+    assert len(analysis.events) == 0
 
 
 def test_voltage_only_recordings_leave_currents_empty():
@@ -40,8 +57,8 @@ def test_voltage_only_recordings_leave_currents_empty():
     analysis = tarnel64.analyse((u.astype(np.float32), None), sample_rate=FS, grid="single", backend="cpu")
     assert analysis.blocks["i_rms_A"].isna().all() and analysis.blocks["p_W"].isna().all()
     np.testing.assert_allclose(analysis.blocks["u_rms_V"], 230.0, rtol=1e-5)
-    assert analysis.harmonics_i.shape == analysis.harmonics_u.shape
-    assert np.isnan(analysis.harmonics_i).all()
+    assert analysis.h_i_A.shape == analysis.h_u_V.shape
+    assert np.isnan(analysis.h_i_A).all()
 
 
 def test_console_script_reports_and_refuses(records, tmp_path, capsys):

@@ -97,3 +97,20 @@ def test_bad_recordings_name_the_file(tmp_path):
         tarnel64.analyse((np.zeros((3, 100)), None))
     with pytest.raises(ValueError, match="nominal_voltage must be above 0"):
         tarnel64.analyse(bad, nominal_voltage=0)
+
+
+@pytest.mark.parametrize(
+    "options, message",
+    [
+        ({"dip_threshold": 100}, "dip_threshold must lie below 100"),
+        ({"swell_threshold": 95}, "swell_threshold must be above 100"),
+        ({"interruption_threshold": 90}, "interruption_threshold must lie below the dip threshold"),
+        ({"phase_order": "321"}, "phase_order must be one of"),
+        ({"start_time": "2024-01-01"}, "start_time is for arrays"),
+    ],
+)
+def test_bad_analysis_options_name_the_option(tmp_path, options, message):
+    recording = tmp_path / "r.cfg"
+    recording.write_text("nonsense\n")
+    with pytest.raises(ValueError, match=message):
+        tarnel64.analyse(recording, **options)

@@ -34,7 +34,7 @@ def test_html_report_renders_with_its_plots(records, tmp_path):
     html = page.read_text()
     embedded = base64.b64decode(re.search(r'src="data:image/png;base64,([^"]+)"', html).group(1))
     assert png_size(embedded) == (1170, 810)
-    assert "Events" in html and analysis.info["description"] in html
+    assert "Events" in html and analysis.description in html
 
     shot = tmp_path / "report.png"
     subprocess.run([chromium(), "--headless", "--no-sandbox", "--disable-gpu", "--hide-scrollbars",

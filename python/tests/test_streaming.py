@@ -39,21 +39,24 @@ def test_block_values_match_the_closed_form(dtype):
     for b in range(5):
         module.schedule(b * BLOCK, BLOCK, F)
     results = module.results()
-    frame = results.to_pandas()
-    phases = frame[frame["phase"] != "total"]
-    assert len(results) == 5 and len(phases) == 15
+    phases = results.to_pandas()
+    assert len(results) == 5 and len(phases) == 15 and list(phases["phase"][:3]) == ["L1", "L2", "L3"]
     np.testing.assert_allclose(phases["u_rms_V"], 230.0 * np.sqrt(1 + 0.05**2), rtol=1e-5)
     np.testing.assert_allclose(phases["thd_u_pct"], 5.0, rtol=1e-3)
     np.testing.assert_allclose(phases["i_rms_A"], 10.0, rtol=1e-5)
     np.testing.assert_allclose(phases["p_W"], 2300.0 * np.cos(np.pi / 6), rtol=1e-5)
     np.testing.assert_allclose(phases["q1_var"], 2300.0 * np.sin(np.pi / 6), rtol=1e-4)
     np.testing.assert_allclose(phases["dpf"], np.cos(np.pi / 6), rtol=1e-5)
-    total = frame[frame["phase"] == "total"]
-    np.testing.assert_allclose(total["p_W"], 3 * 2300.0 * np.cos(np.pi / 6), rtol=1e-5)
+    np.testing.assert_allclose(phases["p_total_W"], 3 * 2300.0 * np.cos(np.pi / 6), rtol=1e-5)
+    np.testing.assert_allclose(phases["u2_pct"], 0.0, atol=1e-3)
+    assert phases["t_start_utc"].isna().all()
+    # The columns are those of the analyser's block table.
+    analysed = tarnel64.analyse((u, i), sample_rate=FS, grid="star", backend="cpu")
+    assert list(phases.columns) == list(analysed.blocks.columns)
     # The structured records and the harmonic arrays carry the same values.
     np.testing.assert_array_equal(results.records["phases"]["rmsU"][:, :3].ravel(), phases["u_rms_V"])
-    np.testing.assert_allclose(results.harmonics_u[:, :, 5] / results.harmonics_u[:, :, 1], 0.05, rtol=1e-3)
-    assert np.isnan(results.harmonics_u).sum() == 0
+    np.testing.assert_allclose(results.h_u_V[:, :, 5] / results.h_u_V[:, :, 1], 0.05, rtol=1e-3)
+    assert np.isnan(results.h_u_V).sum() == 0
     np.testing.assert_allclose(results.sequences()["u2_pct"], 0.0, atol=1e-3)
 
 
@@ -64,9 +67,8 @@ def test_writes_across_the_ring_end_keep_every_sample():
     blocks = [r.to_pandas() for r in stream(module, u, i, chunk=7777)]
     frame = __import__("pandas").concat(blocks)
     assert module.written == u.shape[1] and len(blocks) == u.shape[1] // BLOCK
-    phases = frame[frame["phase"] != "total"]
-    np.testing.assert_allclose(phases["u_rms_V"], 230.0 * np.sqrt(1 + 0.05**2), rtol=1e-5)
-    np.testing.assert_allclose(phases["p_W"], 2300.0 * np.cos(np.pi / 6), rtol=1e-5)
+    np.testing.assert_allclose(frame["u_rms_V"], 230.0 * np.sqrt(1 + 0.05**2), rtol=1e-5)
+    np.testing.assert_allclose(frame["p_W"], 2300.0 * np.cos(np.pi / 6), rtol=1e-5)
 
 
 def test_period_values_follow_a_dip_and_report_it():
@@ -81,18 +83,18 @@ def test_period_values_follow_a_dip_and_report_it():
     module.results()
     values = module.period_values()
     frame = values.to_pandas()
-    steady = frame[frame["valid"] & ((frame["t_s"] < 0.45) | (frame["t_s"] > 0.8)) & (frame["t_s"] < 1.3)]
+    steady = frame[frame["valid"] & ((frame["t_end_s"] < 0.45) | (frame["t_end_s"] > 0.8)) & (frame["t_end_s"] < 1.3)]
     assert len(steady) > 60
     np.testing.assert_allclose(steady["u_rms_V"], 230.0, rtol=1e-4)
     np.testing.assert_allclose(steady["freq_Hz"], 50.0, rtol=1e-4)
     # Periods near the steps sit on crossings the step itself shifts a little.
-    inside = frame[(frame["t_s"] > 0.55) & (frame["t_s"] < 0.69)]
+    inside = frame[(frame["t_end_s"] > 0.55) & (frame["t_end_s"] < 0.69)]
     assert len(inside) >= 18
     np.testing.assert_allclose(inside["u_rms_V"], 92.0, rtol=5e-3)
     events = values.events()
     assert sorted(p for ps in events["phases"] for p in ps) == ["L1", "L2", "L3"]
     assert (events["kind"] == "dip").all()
-    np.testing.assert_allclose(events["t_s"], 0.5, atol=0.021)
+    np.testing.assert_allclose(events["t_start_s"], 0.5, atol=0.021)
     np.testing.assert_allclose(events["duration_s"], 0.2, atol=0.021)
     np.testing.assert_allclose(events["extreme_V"], 92.0, rtol=1e-2)
 
