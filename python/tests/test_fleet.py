@@ -30,3 +30,4 @@ def test_fleet_gathers_every_recording_and_keeps_failures(records, tmp_path):
     assert len(fleet.events) == sum(len(a.events) for a in singles.values())
     overview = fleet.overview()
     assert list(overview["blocks"]) == [len(singles[p].block_records) for p in overview["recording"]]
+    assert overview["ongoing_events"].sum() == fleet.events["ongoing"].sum() == 2

@@ -50,3 +50,20 @@ def test_html_report_renders_with_its_plots(records, tmp_path):
     assert (plots.min(axis=2) < 0.9).mean() > 0.02
     saturated = plots.max(axis=2) - plots.min(axis=2) > 0.4
     assert saturated.sum() > 5000
+
+
+def test_rms_trend_shows_thresholds_and_shades_ongoing_events_to_the_end(records):
+    from matplotlib.figure import Figure
+
+    analysis = tarnel64.analyse(next(r for r in records if "sel311" in str(r)), backend="cpu",
+                                interruption_threshold=8)
+    trend = analysis.plot(Figure()).axes[0]
+    nominal = analysis.nominal_voltage
+    levels = sorted(line.get_ydata()[0] for line in trend.lines if line.get_label().split()[0] in
+                    ("dip", "swell", "interruption"))
+    np.testing.assert_allclose(levels, [0.08 * nominal, 0.9 * nominal, 1.1 * nominal])
+    spans = {patch.get_label(): (patch.get_x(), patch.get_x() + patch.get_width()) for patch in trend.patches}
+    assert set(spans) == {"dip", "swell", "interruption (ongoing at end)"}
+    ongoing = analysis.events[analysis.events["ongoing"]].iloc[0]
+    np.testing.assert_allclose(spans["interruption (ongoing at end)"], [ongoing["t_start_s"], analysis.duration])
+    assert "ongoing at end of recording" in tarnel64.plots.event_table(analysis)

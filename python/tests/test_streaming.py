@@ -60,6 +60,22 @@ def test_block_values_match_the_closed_form(dtype):
     np.testing.assert_allclose(results.sequences()["u2_pct"], 0.0, atol=1e-3)
 
 
+def test_what_a_system_does_not_measure_is_nan():
+    # One phase, voltages only: no currents, powers, line-to-line voltage or unbalance.
+    u, _ = three_phase(0.5)
+    module = tarnel64.Module(grid="single", currents=0, backend="cpu")
+    module.write(u[:1])
+    for b in range(2):
+        module.schedule(b * BLOCK, BLOCK, F)
+    frame = module.results().to_pandas()
+    assert list(frame["phase"]) == ["L1", "L1"]
+    absent = ["i_rms_A", "i_fund_A", "thd_i_pct", "p_W", "q1_var", "s_VA", "pf", "dpf", "ul_rms_V", "u2_pct",
+              "i2_pct", "p_total_W", "pf_total"]
+    assert frame[absent].isna().all().all()
+    np.testing.assert_allclose(frame["thd_u_pct"], 5.0, rtol=1e-3)
+    np.testing.assert_allclose(frame["u_fund_V"], 230.0, rtol=1e-5)
+
+
 def test_writes_across_the_ring_end_keep_every_sample():
     # A ring of 0.5 s and chunks of a length that divides neither the ring nor a block.
     u, i = three_phase(3.0)
