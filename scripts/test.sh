@@ -15,8 +15,8 @@ ctest --test-dir build --output-on-failure -j"$jobs"
 
 # The Python package, built against this tree, and its tests; no collected
 # tests (pytest's exit code 5) fails the run as any other error does.
-PIP_BREAK_SYSTEM_PACKAGES=1 python3 -m pip install -q --no-build-isolation -C cmake.define.TARNEL_CUDA_ARCHITECTURES="$arch" ./python
-python3 -m pytest -q python/tests
+pip_install --no-build-isolation -C cmake.define.TARNEL_CUDA_ARCHITECTURES="$arch" .
+python3 -m pytest -q -p no:cacheprovider python/tests
 
 for sanitizer in "address,undefined" thread; do
     dir="build-${sanitizer//,/-}"
