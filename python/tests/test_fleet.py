@@ -31,3 +31,11 @@ def test_fleet_gathers_every_recording_and_keeps_failures(records, tmp_path):
     overview = fleet.overview()
     assert list(overview["blocks"]) == [len(singles[p].block_records) for p in overview["recording"]]
     assert overview["ongoing_events"].sum() == fleet.events["ongoing"].sum() == 2
+
+
+def test_fleet_without_a_client_starts_and_stops_a_local_cluster(records):
+    fleet = tarnel64.analyse_many(records[:2], backend="cpu")
+    assert not fleet.errors and sorted(fleet.analyses) == sorted(map(str, records[:2]))
+    overview = fleet.overview()
+    assert list(overview["nominal_voltage_V"]) == [fleet.analyses[p].nominal_voltage for p in overview["recording"]]
+    assert set(overview["nominal_voltage_source"]) == {"estimated"}

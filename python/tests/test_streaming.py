@@ -107,6 +107,10 @@ def test_period_values_follow_a_dip_and_report_it():
     inside = frame[(frame["t_end_s"] > 0.55) & (frame["t_end_s"] < 0.69)]
     assert len(inside) >= 18
     np.testing.assert_allclose(inside["u_rms_V"], 92.0, rtol=5e-3)
+    # The columns are those of the analyser's period table, per phase row.
+    analysed = tarnel64.analyse((u, i), sample_rate=FS, grid="star", nominal_voltage=230.0, backend="cpu")
+    assert list(frame.columns) == list(analysed.periods.columns)
+    assert frame["freq_Hz"].isna().equals(~frame["valid"]) and frame["u2_pct"].notna().all()
     events = values.events()
     assert sorted(p for ps in events["phases"] for p in ps) == ["L1", "L2", "L3"]
     assert (events["kind"] == "dip").all()
