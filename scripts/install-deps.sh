@@ -5,7 +5,7 @@
 # fuzz harnesses.
 set -euo pipefail
 packages=(build-essential cmake pkg-config libfftw3-dev libkissfft-dev libgtest-dev libgmock-dev libbenchmark-dev
-    clang-format clang libclang-rt-dev python3 python3-pip)
+    clang-format clang libclang-rt-dev python3 python3-pip chromium)
 missing=()
 for p in "${packages[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p"); done
 if ((${#missing[@]})); then
@@ -14,10 +14,17 @@ if ((${#missing[@]})); then
     $SUDO apt-get update -qq
     DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${missing[@]}"
 fi
-# The analyser's output test reads the files with pandas and validates them with jsonschema.
-if ! python3 -c "import pandas, jsonschema, pytest" 2>/dev/null; then
-    # Debian's own Python accepts packages from PyPI only with the flag of the second form.
-    python3 -m pip install --quiet pandas jsonschema pytest 2>/dev/null ||
-        python3 -m pip install --quiet --user --break-system-packages pandas jsonschema pytest
-fi
 if [[ -x /usr/local/cuda/bin/nvcc ]]; then export PATH=/usr/local/cuda/bin:$PATH; fi
+# Debian's own Python accepts packages from PyPI only with the flag of the second form.
+pip_install() {
+    python3 -m pip install --quiet "$@" 2>/dev/null ||
+        python3 -m pip install --quiet --user --break-system-packages "$@"
+}
+# The analyser's output test reads the files with pandas and validates them with jsonschema; the
+# Python package needs its build tools, its run-time packages and its tests (chromium above renders
+# its HTML report in a test).
+python_packages=(nanobind scikit-build-core numpy pandas matplotlib "dask[distributed]" jsonschema pytest)
+if ! python3 -c "import nanobind, scikit_build_core, numpy, pandas, matplotlib, distributed, jsonschema, pytest" \
+    2>/dev/null; then
+    pip_install "${python_packages[@]}"
+fi

@@ -16,6 +16,11 @@ cmake -S . -B build -DCMAKE_BUILD_TYPE=Release -DTARNEL_WARNINGS_AS_ERRORS=ON -D
 cmake --build build -j"$jobs"
 ctest --test-dir build --output-on-failure -j"$jobs"
 
+# The Python package, built against this tree, and its tests; no collected
+# tests (pytest's exit code 5) fails the run as any other error does.
+pip_install --no-build-isolation -C cmake.define.TARNEL_CUDA_ARCHITECTURES="$arch" .
+python3 -m pytest -q -p no:cacheprovider python/tests
+
 for sanitizer in "address,undefined" thread; do
     dir="build-${sanitizer//,/-}"
     cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=Debug -DTARNEL_WITH_CUDA=OFF -DTARNEL_BUILD_BENCHMARKS=OFF \

@@ -45,6 +45,9 @@ class Record {
     // of their own); lists of texts are joined by `joinedList`.
     std::string csvHeader() const;
     std::string csvRow() const;
+    // The fields in order, for readers that take the values as they are
+    // (the Python package's tables).
+    const std::vector<std::pair<std::string, FieldValue>>& entries() const { return fields; }
 
   private:
     Record& add(const std::string& name, FieldValue value);
