@@ -12,7 +12,8 @@
 //
 // Besides the sanitizers, the harness checks what the interface promises:
 // a null handle or a null output pointer gives status 1, status 3 reaches the
-// reporter, getResults never delivers more records than asked for, and a
+// reporter, a call that fails leaves its message with the module and the
+// thread, getResults never delivers more records than asked for, and a
 // module that went through any sequence still computes a correct block once
 // it is configured again.
 //
