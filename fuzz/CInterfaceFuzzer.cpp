@@ -12,16 +12,10 @@
 //
 // Besides the sanitizers, the harness checks what the interface promises:
 // a null handle or a null output pointer gives status 1, status 3 reaches the
-// reporter, getResults never delivers more records than asked for, and a
+// reporter, a call that fails leaves its message with the module and the
+// thread, getResults never delivers more records than asked for, and a
 // module that went through any sequence still computes a correct block once
 // it is configured again.
-//
-// TARNEL_FUZZ_AVOID_KNOWN_ISSUE12 (off unless defined) keeps the sequences
-// away from misuse that the module is known to mishandle today: calls after a
-// refused setting, null handles and outputs, negative capacities, block
-// frequencies outside (0, fs/2), scheduling inside an open update, the values
-// accepted without validation, and sample indices that wrap past 2^64. It
-// exists only until the module refuses all of these itself.
 //
 // With TARNEL_FUZZ_TRACE set in the environment the harness prints each
 // decoded step and the status of each checked call, to read a crashing input.
@@ -41,19 +35,9 @@
 
 using namespace tarnel;
 
-// Present once the module keeps the text of its last failure; absent (null)
-// in libraries that predate it.
-extern "C" int powerModule_getLastErrorMessage(PowerModuleHandle handle, char* buffer, int size) __attribute__((weak));
-
 namespace {
 
 using tarnel::fuzz::FuzzInput;
-
-#if defined(TARNEL_FUZZ_AVOID_KNOWN_ISSUE12)
-constexpr bool kAvoidKnownIssues = true;
-#else
-constexpr bool kAvoidKnownIssues = false;
-#endif
 
 constexpr int kMaxCalls = 48;
 constexpr unsigned kMaxFill = 1u << 16;
@@ -72,8 +56,7 @@ const bool tracing = std::getenv("TARNEL_FUZZ_TRACE") != nullptr;
 [[noreturn]] void fail(const char* what, int status) {
     std::fprintf(stderr, "C interface broke its promise: %s (status %d)\n", what, status);
     char text[512] = "";
-    if (powerModule_getLastErrorMessage != nullptr &&
-        powerModule_getLastErrorMessage(currentModule, text, sizeof text) == TARNEL_SUCCESS)
+    if (powerModule_getLastErrorMessage(currentModule, text, sizeof text) == TARNEL_SUCCESS)
         std::fprintf(stderr, "last error message: %s\n", text);
     std::abort();
 }
@@ -104,7 +87,6 @@ const BoolSetting kBoolSettings[] = {
     {setThdEnabled, getThdEnabled},
     {setWaveformsEnabled, getWaveformsEnabled},
 };
-constexpr size_t kParkSetting = 11;
 
 struct DoubleSetting {
     int (*set)(PowerModuleHandle, double);
@@ -133,8 +115,6 @@ const IntSetting kIntSettings[] = {
     {setRvcSteadyStateLengthInNumberOfPeriodValues, getRvcSteadyStateLengthInNumberOfPeriodValues},
     {setGridConfigType, nullptr},
 };
-constexpr size_t kPolePairsSetting = 2;
-constexpr size_t kRvcSteadyStateSetting = 3;
 
 struct UShortSetting {
     int (*set)(PowerModuleHandle, unsigned short);
@@ -145,8 +125,6 @@ const UShortSetting kUShortSettings[] = {
     {setPeriodValuesOverlapInPercent, getPeriodValuesOverlapInPercent},
     {setPeriodCount, nullptr},
 };
-constexpr size_t kHalfPeriodsSetting = 0;
-constexpr size_t kOverlapSetting = 1;
 
 int (*const kCountGetters[])(PowerModuleHandle, unsigned char*) = {getPhasesCount, getVoltagesCount, getCurrentsCount};
 
@@ -200,9 +178,9 @@ class Session {
     void run() {
         const bool typical = in.flag(), threePhases = in.flag();
         if (typical) configureTypical(threePhases);
-        for (int call = 0; call < kMaxCalls && !in.empty() && !stopped; ++call) step(in.byte());
+        for (int call = 0; call < kMaxCalls && !in.empty(); ++call) step(in.byte());
         closeUpdates();
-        if (!stopped) checkStillComputes();
+        checkStillComputes();
     }
 
   private:
@@ -213,10 +191,7 @@ class Session {
         setSampleRate(module, 10240.0, 1);
         setBufferLength(module, 20480);
         setStaticFrequency(module, 50.0, 0.1);
-        if (endUpdate(module) == TARNEL_SUCCESS) {
-            ring = 20480;
-            sampleRate = 10240.0;
-        }
+        if (endUpdate(module) == TARNEL_SUCCESS) ring = 20480;
         reset(module, 0);
         nextSample = 0;
     }
@@ -302,25 +277,30 @@ class Session {
         }
     }
 
-    // Settings change the module, so a refused one ends the sequence while
-    // known issues are avoided: today a refused setting can leave it unusable.
-    void setting(int status) {
-        if (status != TARNEL_SUCCESS && kAvoidKnownIssues) stopped = true;
-        afterCall(status);
-    }
-
     void afterCall(int status) {
         if (tracing) std::fprintf(stderr, "  status %d\n", status);
         if (status == TARNEL_GPU_ERROR && reporterRegistered && reports == reportsBefore)
             fail("status 3 without a report", status);
         reportsBefore = reports;
+        if (status != TARNEL_SUCCESS) expectReason(status);
     }
 
     // A null output pointer must be refused with status 1.
     template <typename T>
     T* maybeNull(T* out, bool& isNull) {
-        isNull = !kAvoidKnownIssues && (in.byte() % 8) == 0;
+        isNull = (in.byte() % 8) == 0;
         return isNull ? nullptr : out;
+    }
+
+    // A call that did not succeed leaves its reason with the module and the thread.
+    void expectReason(int status) {
+        char text[256] = "";
+        if (powerModule_getLastErrorMessage(module, text, sizeof text) != TARNEL_SUCCESS || text[0] == '\0')
+            fail("a failed call left no message with its module", status);
+        char threadText[256] = "";
+        if (powerModule_getThreadLastErrorMessage(threadText, sizeof threadText) != TARNEL_SUCCESS ||
+            std::strcmp(text, threadText) != 0)
+            fail("the thread's last message differs from the module's", status);
     }
 
     static void expectRefused(bool refused, int status, const char* what) {
@@ -330,8 +310,7 @@ class Session {
     void boolSetting() {
         const size_t index = in.byte() % (sizeof kBoolSettings / sizeof kBoolSettings[0]);
         const bool value = in.flag();
-        if (kAvoidKnownIssues && index == kParkSetting && value && polePairs < 1) return;
-        setting(kBoolSettings[index].set(module, value));
+        afterCall(kBoolSettings[index].set(module, value));
         bool out = false, isNull = false;
         const int status = kBoolSettings[index].get(module, maybeNull(&out, isNull));
         expectRefused(isNull, status, "bool getter with a null output");
@@ -340,8 +319,7 @@ class Session {
     void doubleSetting() {
         const size_t index = in.byte() % (sizeof kDoubleSettings / sizeof kDoubleSettings[0]);
         const double value = in.flag() ? in.pick(kDoubles) : in.anyDouble();
-        if (kAvoidKnownIssues && !std::isfinite(value)) return;
-        setting(kDoubleSettings[index].set(module, value));
+        afterCall(kDoubleSettings[index].set(module, value));
         double out = 0.0;
         bool isNull = false;
         const int status = kDoubleSettings[index].get(module, maybeNull(&out, isNull));
@@ -351,12 +329,8 @@ class Session {
     void intSetting() {
         const size_t index = in.byte() % (sizeof kIntSettings / sizeof kIntSettings[0]);
         const int value = in.pick(kInts);
-        if (kAvoidKnownIssues && (value < 0 || value == INT_MAX || (index == kPolePairsSetting && value < 1) ||
-                                  (index == kRvcSteadyStateSetting && value < 1)))
-            return;
         const int status = kIntSettings[index].set(module, value);
-        if (status == TARNEL_SUCCESS && index == kPolePairsSetting) polePairs = value;
-        setting(status);
+        afterCall(status);
         if (kIntSettings[index].get == nullptr) return;
         int out = 0;
         bool isNull = false;
@@ -367,10 +341,7 @@ class Session {
     void ushortSetting() {
         const size_t index = in.byte() % (sizeof kUShortSettings / sizeof kUShortSettings[0]);
         const unsigned short value = in.pick(kUShorts);
-        if (kAvoidKnownIssues &&
-            ((index == kHalfPeriodsSetting && value == 0) || (index == kOverlapSetting && value >= 100)))
-            return;
-        setting(kUShortSettings[index].set(module, value));
+        afterCall(kUShortSettings[index].set(module, value));
         if (kUShortSettings[index].get == nullptr) return;
         unsigned short out = 0;
         bool isNull = false;
@@ -389,9 +360,6 @@ class Session {
     // effect with the update.
     void bufferLength() {
         const int length = in.pick(kBufferLengths);
-        // At the default rate of 1 Hz a ring of samples spans hours: the
-        // rebuild sizes result tables for all of it.
-        if (kAvoidKnownIssues && (length < 1 || sampleRate < 1000.0)) return;
         const int status = setBufferLength(module, length);
         if (status == TARNEL_SUCCESS) {
             if (openUpdates > 0)
@@ -399,50 +367,37 @@ class Session {
             else
                 ring = length;
         }
-        setting(status);
+        afterCall(status);
     }
 
     void sampleRateSetting() {
         const double rate = in.flag() ? in.pick(kSampleRates) : in.anyDouble();
         const int divider = in.pick(kDividers);
-        if (kAvoidKnownIssues && !(rate >= 1.0 && rate <= 1e7 && divider >= 1)) return;
-        const int status = setSampleRate(module, rate, divider);
-        if (status == TARNEL_SUCCESS) {
-            if (openUpdates > 0)
-                pendingRate = rate;
-            else
-                sampleRate = rate;
-        }
-        setting(status);
+        afterCall(setSampleRate(module, rate, divider));
     }
 
     void frequencySetting() {
         const bool variable = in.flag();
         const double a = in.pick(kFrequencies);
         const double b = variable ? in.pick(kFrequencies) : in.pick(kTolerances);
-        if (kAvoidKnownIssues && !(a > 1.0 && a < 1e4 && (variable ? b > 1.0 && b < 1e4 : b > 0.0 && b <= 0.5))) return;
-        setting(variable ? setVariableFrequency(module, a, b) : setStaticFrequency(module, a, b));
+        afterCall(variable ? setVariableFrequency(module, a, b) : setStaticFrequency(module, a, b));
     }
 
     void begin() {
         if (openUpdates >= 4) return;
         const int status = beginUpdate(module);
         if (status == TARNEL_SUCCESS) ++openUpdates;
-        setting(status);
+        afterCall(status);
     }
 
     void end() {
         const int status = endUpdate(module);
         if (openUpdates > 0 && --openUpdates == 0) {
             // The settings of the update count only when the rebuild succeeded.
-            if (status == TARNEL_SUCCESS) {
-                if (pendingRing) ring = *pendingRing;
-                if (pendingRate) sampleRate = *pendingRate;
-            }
+            if (status == TARNEL_SUCCESS && pendingRing) ring = *pendingRing;
             pendingRing.reset();
-            pendingRate.reset();
         }
-        setting(status);
+        afterCall(status);
     }
 
     void closeUpdates() {
@@ -452,7 +407,6 @@ class Session {
     void resetModule() {
         static const unsigned long long kFirst[] = {0, 1, 123456789, 1ull << 63, ULLONG_MAX - 4095, ULLONG_MAX};
         const unsigned long long first = in.flag() ? in.pick(kFirst) : in.u64();
-        if (kAvoidKnownIssues && first > (1ull << 62)) return;
         const int status = reset(module, first);
         if (status == TARNEL_SUCCESS) nextSample = first;
         afterCall(status);
@@ -518,10 +472,6 @@ class Session {
         const int length = in.pick(kBlockLengths);
         const unsigned long long first = blockStart(length);
         const double frequency = in.flag() ? in.pick(kFrequencies) : in.anyDouble();
-        if (kAvoidKnownIssues) {
-            const bool wraps = length > 0 && first > ULLONG_MAX - static_cast<unsigned long long>(length);
-            if (openUpdates > 0 || wraps || !(frequency >= 1.0 && frequency < sampleRate / 2.0)) return;
-        }
         afterCall(scheduleForCalculation(module, first, length, frequency));
     }
 
@@ -533,7 +483,6 @@ class Session {
 
     void collectResults() {
         const int capacity = in.pick(kResultCapacities);
-        if (kAvoidKnownIssues && capacity < 0) return;
         static PowerResultsGeneral results[kResultRoom + 1];
         const uint64_t guard = 0x5a5a5a5a5a5a5a5aull;
         std::memcpy(&results[kResultRoom], &guard, sizeof guard);
@@ -578,10 +527,8 @@ class Session {
             lengths[k] = length;
             frequencies[k] = in.flag() ? in.pick(kFrequencies) : 50.0;
             valid[k] = in.flag();
-            if (kAvoidKnownIssues && !std::isfinite(frequencies[k])) return;
             first += static_cast<unsigned long long>(static_cast<long long>(length));
         }
-        if (kAvoidKnownIssues && (openUpdates > 0 || count < 0)) return;
         afterCall(scheduleForPeriodCalculation(module, count, firstSamples.data(), lengths.data(), frequencies.data(),
                                                valid));
     }
@@ -600,9 +547,7 @@ class Session {
             interval.end.fraction = in.flag() ? in.pick(kDoubles) : position - std::floor(position);
             interval.frequency = in.flag() ? 50.0 : in.pick(kFrequencies);
             interval.valid = in.flag();
-            if (kAvoidKnownIssues && !(interval.frequency > 0.0 && std::isfinite(interval.frequency))) return;
         }
-        if (kAvoidKnownIssues && (openUpdates > 0 || count < 0)) return;
         afterCall(scheduleForPeriodCalculationFromZeroCrossing(module, count, intervals.data()));
     }
 
@@ -644,7 +589,6 @@ class Session {
 
     // Every function given a null handle must refuse it with status 1.
     void nullHandle() {
-        if (kAvoidKnownIssues) return;
         bool flagOut = false;
         double doubleOut = 0.0;
         int count = 0;
@@ -697,16 +641,18 @@ class Session {
         reporterRegistered = in.flag();
         registerErrorReporter(reporterRegistered ? reporter : nullptr);
         reportsBefore = reports;
-        if (powerModule_getLastErrorMessage == nullptr) return;
         static const int kSizes[] = {256, 1, 2, 16, 0, -1, INT_MIN};
         char text[257];
         std::memset(text, 'x', sizeof text);
         const int size = in.pick(kSizes);
-        const bool nullBuffer = !kAvoidKnownIssues && in.byte() % 8 == 0;
-        const bool nullModule = !kAvoidKnownIssues && in.byte() % 8 == 0;
-        const int status =
-            powerModule_getLastErrorMessage(nullModule ? nullptr : module, nullBuffer ? nullptr : text, size);
-        expectRefused(nullModule || (nullBuffer && size > 0), status, "getLastErrorMessage without a target");
+        const bool nullBuffer = in.byte() % 8 == 0;
+        const bool nullModule = in.byte() % 8 == 0;
+        const bool perThread = in.flag();
+        char* buffer = nullBuffer ? nullptr : text;
+        const int status = perThread ? powerModule_getThreadLastErrorMessage(buffer, size)
+                                     : powerModule_getLastErrorMessage(nullModule ? nullptr : module, buffer, size);
+        expectRefused((nullModule && !perThread) || nullBuffer || size < 1, status,
+                      "getLastErrorMessage without a target");
         if (status == TARNEL_SUCCESS && size > 0 && std::memchr(text, '\0', static_cast<size_t>(size)) == nullptr)
             fail("getLastErrorMessage left the text unterminated", status);
     }
@@ -751,12 +697,8 @@ class Session {
     FuzzInput& in;
     long long ring = 0;  // samples per ring, as the last successful rebuild made it
     std::optional<long long> pendingRing;
-    double sampleRate = 1.0;
-    std::optional<double> pendingRate;
     unsigned long long nextSample = 0;
     int openUpdates = 0;
-    int polePairs = 0;
-    bool stopped = false;
     bool reporterRegistered = false;
     unsigned long reportsBefore = 0;
 };

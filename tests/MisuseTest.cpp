@@ -40,6 +40,8 @@ struct Session {
         EXPECT_EQ(endUpdate(handle), TARNEL_SUCCESS);
         EXPECT_EQ(reset(handle, 0), TARNEL_SUCCESS);
     }
+    // Takes over a module configured by the caller.
+    explicit Session(PowerModuleHandle configured) : handle(configured) { EXPECT_EQ(reset(handle, 0), TARNEL_SUCCESS); }
     ~Session() { powerModule_destroy(handle); }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -257,6 +259,7 @@ std::vector<Misuse> misuseTable() {
         {"setSampleRate(divider 0)", [](Session& s) { return setSampleRate(s.handle, kRate, 0); }, 1, "divider", {}},
         {"setBufferLength(0)", [](Session& s) { return setBufferLength(s.handle, 0); }, 1, "at least 1", {}},
         {"setBufferLength(-1)", [](Session& s) { return setBufferLength(s.handle, -1); }, 1, "at most", {}},
+        {"setBufferLength(INT_MIN)", [](Session& s) { return setBufferLength(s.handle, INT_MIN); }, 1, "at most", {}},
         {"setHighestRequestedHarmonic(-1)",
          [](Session& s) { return setHighestRequestedHarmonic(s.handle, -1); },
          1,
@@ -312,6 +315,11 @@ std::vector<Misuse> misuseTable() {
          [](Session& s) { return setVariableFrequency(s.handle, 45.0, kInf); },
          1,
          "maximum frequency",
+         {}},
+        {"setVariableFrequency(50, 1e300)",
+         [](Session& s) { return setVariableFrequency(s.handle, 50.0, 1e300); },
+         1,
+         "fewer than",
          {}},
         {"setVariableFrequency(0.001, 65)",
          [](Session& s) { return setVariableFrequency(s.handle, 0.001, 65.0); },
@@ -572,9 +580,9 @@ TEST(MisuseTest, EveryMisuseIsRefusedWithItsCauseAndTheModuleKeepsWorking) {
         expectCorrectBlock(s);
     }
     // The counts that the reliability notes quote.
-    EXPECT_EQ(table.size(), 105u);
+    EXPECT_EQ(table.size(), 107u);
     EXPECT_EQ(outcomes[TARNEL_SUCCESS], 7);
-    EXPECT_EQ(outcomes[TARNEL_ERROR], 97);
+    EXPECT_EQ(outcomes[TARNEL_ERROR], 99);
     EXPECT_EQ(outcomes[TARNEL_TOO_MANY_RESULTS], 1);
 }
 
@@ -599,4 +607,26 @@ TEST(MisuseTest, LastErrorMessagesPerModuleAndPerThread) {
     ASSERT_EQ(powerModule_getLastErrorMessage(other.handle, text, sizeof text), TARNEL_SUCCESS);
     EXPECT_STREQ(text, "") << "a failure without a module is the thread's only";
     EXPECT_EQ(threadMessage(), "the module handle is null");
+}
+
+// Settings of a new module one at a time, the ring before the rate: the 1 Hz
+// default rate sizes nothing, so a ring set first neither sizes hours of
+// result rows nor fails, and hostile values are refused before anything is
+// sized from them.
+TEST(MisuseTest, NewModuleTakesTheRingBeforeTheRate) {
+    PowerModuleHandle m = powerModule_createWithBackend(TARNEL_BACKEND_CPU);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(setBufferLength(m, INT_MIN), TARNEL_ERROR);
+    EXPECT_NE(threadMessage().find("setBufferLength(18446744071562067968) refused"), std::string::npos)
+        << threadMessage();
+    EXPECT_EQ(setBufferLength(m, kRing), TARNEL_SUCCESS) << threadMessage();
+    EXPECT_EQ(reset(m, 0), TARNEL_ERROR) << "a module without a sample rate is not built";
+    EXPECT_EQ(setGridConfigType(m, 1), TARNEL_SUCCESS);
+    EXPECT_EQ(setSampleRate(m, kRate, 1), TARNEL_SUCCESS) << threadMessage();
+    // Now that the module is sized, a range whose blocks would span no samples is refused.
+    EXPECT_EQ(setVariableFrequency(m, 50.0, 1e300), TARNEL_ERROR);
+    EXPECT_NE(threadMessage().find("fewer than"), std::string::npos) << threadMessage();
+    EXPECT_EQ(setStaticFrequency(m, 50.0, 0.1), TARNEL_SUCCESS) << threadMessage();
+    Session s(m);
+    expectCorrectBlock(s);
 }

@@ -10,6 +10,9 @@ namespace tarnel::recordings {
 namespace {
 
 constexpr int64_t kNanosecondsPerSecond = 1000000000;
+// Nanoseconds since 1970 in 64 bits span about 292 years either way; days
+// beyond this bound (with a day of time and of offset added) would overflow.
+constexpr int64_t kMaxDaysFrom1970 = 106000;
 
 // Reads up to `maxDigits` decimal digits at `pos`; empty when there are none.
 std::optional<int64_t> digits(std::string_view text, size_t& pos, size_t maxDigits, size_t* count = nullptr) {
@@ -110,7 +113,7 @@ std::optional<RecordingStart> comtradeStartTime(const std::string& dateTime, int
     if (blank == std::string_view::npos) return std::nullopt;
     const auto days = parseDate(trim(text.substr(0, blank)), revision);
     const auto time = parseTime(trim(text.substr(blank + 1)));
-    if (!days || !time) return std::nullopt;
+    if (!days || !time || *days > kMaxDaysFrom1970 || *days < -kMaxDaysFrom1970) return std::nullopt;
     RecordingStart start;
     start.utcNanoseconds = *days * 86400 * kNanosecondsPerSecond + *time;
     const std::string_view code = trim(timeCode);

@@ -16,7 +16,8 @@ struct RecordingStart {
 // mm/dd/yy, later revisions: dd/mm/yyyy; seconds with up to nine decimals)
 // and the 2013 time code ("+9", "-5h30", "0"; empty when absent), which says
 // how far the recorded clock is ahead of UTC. Empty when the date or time is
-// not a valid calendar time.
+// not a valid calendar time or lies more than 290 years from 1970, beyond
+// which nanoseconds since 1970 do not fit in 64 bits.
 std::optional<RecordingStart> comtradeStartTime(const std::string& dateTime, int revision, const std::string& timeCode);
 
 // Days since 1970-01-01 of a proleptic Gregorian date.

@@ -48,4 +48,8 @@ TEST(ComtradeStartTime, RefusesTimesThatAreNotOnTheCalendar) {
          {"29/02/2023 00:00:00", "31/04/2020 00:00:00", "01/13/2020 00:00:00", "01/01/2020 24:00:00",
           "01/01/2020 12:60:00", "01/01/2020", "", "1/1/2020 00:00:00.1234567890", "aa/01/2020 00:00:00"})
         EXPECT_FALSE(comtradeStartTime(bad, 1999, "").has_value()) << bad;
+    // Nanoseconds since 1970 in 64 bits end in the year 2262 and begin in 1677.
+    for (const char* distant : {"01/01/5991 00:00:00", "31/12/9999 23:59:59", "01/01/0001 00:00:00"})
+        EXPECT_FALSE(comtradeStartTime(distant, 2013, "+12").has_value()) << distant;
+    EXPECT_EQ(utc("01/01/2250 00:00:00", 2013), (daysFromCivil(2250, 1, 1) * 86400) * kSecond);
 }
